@@ -1,0 +1,15 @@
+// A program outside the project: uses the installed headers and shared library.
+#include <norvane/norvane.h>
+
+#include <cstdio>
+#include <cstring>
+
+int main() {
+  char* p = static_cast<char*>(KDMEM_DefaultAlloc2(16, 1, 0));
+  if (!p) return 1;
+  KDSYS_itoa(-42, p, 16);
+  bool ok = strcmp(p, "-42") == 0 && KD_ALLOC_GRANULARITY == 0x10000 && g_pDefNorvaneMgr == KDMEM_GetDefaultMgr();
+  KDMEM_DefaultFree(p, 0);
+  std::printf(ok ? "consumer ok\n" : "consumer FAILED\n");
+  return ok ? 0 : 1;
+}

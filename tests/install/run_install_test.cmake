@@ -1,0 +1,55 @@
+# cmake -P script: install, then build and run the consumer with find_package and pkg-config.
+cmake_minimum_required(VERSION 3.25)
+
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0)
+    string(JOIN " " cmd ${ARGN})
+    message(FATAL_ERROR "failed (${rc}): ${cmd}\n${out}\n${err}")
+  endif()
+  set(run_output "${out}" PARENT_SCOPE)
+endfunction()
+
+set(prefix ${WORK_DIR}/prefix)
+file(REMOVE_RECURSE ${WORK_DIR})
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+
+foreach(f include/norvane/norvane.h include/norvane/memory/memory_mgr.h bin/norvane)
+  if(NOT EXISTS ${prefix}/${f})
+    message(FATAL_ERROR "not installed: ${f}")
+  endif()
+endforeach()
+file(GLOB internal_headers ${prefix}/include/norvane/*/*_internal.h)
+if(internal_headers)
+  message(FATAL_ERROR "internal headers installed: ${internal_headers}")
+endif()
+run(${prefix}/bin/norvane --version)
+
+# find_package
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/cmake-build -G ${GENERATOR}
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}")
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/cmake-build)
+run(${WORK_DIR}/cmake-build/consumer)
+if(NOT run_output MATCHES "consumer ok")
+  message(FATAL_ERROR "find_package consumer printed: ${run_output}")
+endif()
+
+# pkg-config
+find_program(PKG_CONFIG pkg-config REQUIRED)
+file(GLOB_RECURSE pc_files ${prefix}/norvane.pc)
+list(GET pc_files 0 pc_file)
+get_filename_component(pc_dir ${pc_file} DIRECTORY)
+set(ENV{PKG_CONFIG_PATH} ${pc_dir})
+run(${PKG_CONFIG} --cflags --libs norvane)
+string(STRIP "${run_output}" pc_flags)
+separate_arguments(pc_flags UNIX_COMMAND "${pc_flags}")
+run(${PKG_CONFIG} --variable=libdir norvane)
+string(STRIP "${run_output}" libdir)
+separate_arguments(cxx_flags UNIX_COMMAND "${CXX_FLAGS}")
+file(MAKE_DIRECTORY ${WORK_DIR}/pc-build)
+run(${CXX} ${cxx_flags} -std=c++17 ${SOURCE_DIR}/main.cpp ${pc_flags} -Wl,-rpath,${libdir}
+    -o ${WORK_DIR}/pc-build/consumer)
+run(${WORK_DIR}/pc-build/consumer)
+if(NOT run_output MATCHES "consumer ok")
+  message(FATAL_ERROR "pkg-config consumer printed: ${run_output}")
+endif()

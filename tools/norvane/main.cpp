@@ -1,0 +1,69 @@
+// norvane <command> [args]: dispatches to the command table.
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "tools/norvane/commands.h"
+
+namespace nvtool {
+
+const Command kCommands[] = {
+    {"help", "", "show this help", RunHelp},
+    {"version", "", "show the version, build, compiler and detected processor features", RunVersion},
+};
+const size_t kCommandCount = sizeof(kCommands) / sizeof(kCommands[0]);
+
+void PrintUsage(bool to_stderr) {
+  FILE* out = to_stderr ? stderr : stdout;
+  std::fprintf(out, "Usage: norvane <command> [args]\n\nCommands:\n");
+  for (size_t i = 0; i < kCommandCount; ++i) {
+    char left[64];
+    std::snprintf(left, sizeof left, "%s %s", kCommands[i].name, kCommands[i].args);
+    std::fprintf(out, "  %-28s %s\n", left, kCommands[i].summary);
+  }
+  std::fprintf(out, "\n--help and --version are the help and version commands.\n");
+}
+
+static void VError(const char* format, va_list args) {
+  std::fputs("norvane: ", stderr);
+  std::vfprintf(stderr, format, args);
+  std::fputc('\n', stderr);
+}
+
+void Error(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  VError(format, args);
+  va_end(args);
+}
+
+int UsageError(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  VError(format, args);
+  va_end(args);
+  PrintUsage(true);
+  return kExitUsage;
+}
+
+}  // namespace nvtool
+
+int main(int argc, char** argv) {
+  using namespace nvtool;
+  if (argc < 2) return UsageError("missing command");
+  const char* name = argv[1];
+  if (std::strcmp(name, "--help") == 0 || std::strcmp(name, "-h") == 0) name = "help";
+  if (std::strcmp(name, "--version") == 0) name = "version";
+  const Command* command = nullptr;
+  for (size_t i = 0; i < kCommandCount; ++i) {
+    if (std::strcmp(name, kCommands[i].name) == 0) command = &kCommands[i];
+  }
+  if (!command) return UsageError("unknown command '%s'", argv[1]);
+  int status = command->run(argc - 1, argv + 1);
+  // Output that could not be written is a failure, as in the standard tools.
+  if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+    Error("write error");
+    return status == kExitOk ? kExitFailure : status;
+  }
+  return status;
+}
