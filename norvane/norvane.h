@@ -8,6 +8,12 @@
 #include "norvane/memory/memory_mgr.h"
 #include "norvane/memory/object.h"
 
+// Containers.
+#include "norvane/containers/array.h"
+#include "norvane/containers/basic_array.h"
+#include "norvane/containers/map_ptr_to_ptr.h"
+#include "norvane/containers/plex.h"
+
 // Runtime services.
 #include "norvane/runtime/sys_helpers.h"
 
