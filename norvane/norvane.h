@@ -15,6 +15,7 @@
 #include "norvane/containers/plex.h"
 
 // Runtime services.
+#include "norvane/runtime/sync.h"
 #include "norvane/runtime/sys_helpers.h"
 
 #endif  // NORVANE_NORVANE_H_

@@ -1,0 +1,49 @@
+// The platform layer under the thread and lock functions: every pthread call of the library is
+// made here. A port to another platform replaces this layer only.
+#ifndef NORVANE_RUNTIME_KDCRT_THREAD_INTERNAL_H_
+#define NORVANE_RUNTIME_KDCRT_THREAD_INTERNAL_H_
+
+#include <cstdint>
+
+#include "norvane/runtime/sync.h"
+#include "norvane/runtime/thread.h"
+
+typedef void* (*KDCRT_THREAD_ENTRY)(void* arg);
+
+KD_HTHREAD* KDCRT_GetThreadHandle();
+// KDCRT_Thread_Create starts entry(arg) with default attributes; null on failure.
+KD_HTHREAD* KDCRT_Thread_Create(KDCRT_THREAD_ENTRY entry, void* arg);
+[[noreturn]] void KDCRT_ExitThread();
+void KDCRT_Thread_Yield();
+int KDCRT_Thread_WaitForSingleThread(KD_HTHREAD* thread);
+int KDCRT_Thread_WaitForMultipleThreads(KD_HTHREAD** threads, int count);
+// The priority scale: KDCRT_PlatformPriority maps -2..2 to the platform table (else 50);
+// KDCRT_ScalePriority maps a platform priority back, rounding (p - 50) / 25.
+int KDCRT_PlatformPriority(int priority);
+int KDCRT_ScalePriority(int platform_priority);
+// KDCRT_Thread_GetPriority stores the platform priority; returns 0 or an error number.
+int KDCRT_Thread_GetPriority(KD_HTHREAD* thread, int* platform_priority);
+int KDCRT_Thread_SetPriority(KD_HTHREAD* thread, int platform_priority);
+
+bool KDCRT_Mutex_Initialize(KD_MUTEX* mutex);
+void KDCRT_Mutex_Destroy(KD_MUTEX* mutex);
+bool KDCRT_Mutex_TryLock(KD_MUTEX* mutex);
+void KDCRT_Mutex_Lock(KD_MUTEX* mutex);
+void KDCRT_Mutex_Unlock(KD_MUTEX* mutex);
+
+bool KDCRT_SpinLock_Initialize(int32_t* lock);
+void KDCRT_SpinLock_Destroy(int32_t* lock);
+bool KDCRT_SpinLock_TryLock(int32_t* lock);
+void KDCRT_SpinLock_Lock(int32_t* lock);
+void KDCRT_SpinLock_Unlock(int32_t* lock);
+bool KDCRT_SpinLock_IsLocked(int32_t* lock);
+
+bool KDCRT_RWLock_Initialize(KD_RWLOCK* lock);
+void KDCRT_RWLock_Destroy(KD_RWLOCK* lock);
+void KDCRT_RWLock_ReadLock(KD_RWLOCK* lock);
+void KDCRT_RWLock_WriteLock(KD_RWLOCK* lock);
+void KDCRT_RWLock_Unlock(KD_RWLOCK* lock);
+bool KDCRT_RWLock_TryReadLock(KD_RWLOCK* lock);
+bool KDCRT_RWLock_TryWriteLock(KD_RWLOCK* lock);
+
+#endif  // NORVANE_RUNTIME_KDCRT_THREAD_INTERNAL_H_
