@@ -15,7 +15,10 @@
 #include "norvane/containers/plex.h"
 
 // Runtime services.
+#include "norvane/runtime/context.h"
+#include "norvane/runtime/exception.h"
 #include "norvane/runtime/sync.h"
+#include "norvane/runtime/thread.h"
 #include "norvane/runtime/sys_helpers.h"
 
 #endif  // NORVANE_NORVANE_H_

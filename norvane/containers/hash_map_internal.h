@@ -75,11 +75,13 @@ struct Impl {
     m.m_nHashTableSize = size;
   }
 
+  // NewAssoc takes an entry from the free list, growing it by a block when empty; null when the
+  // block cannot be had.
   static Assoc* NewAssoc(Map& m) {
     if (!m.m_pFreeList) {
       CKD_Plex* block = CKD_Plex::Create(m.m_pAllocator, m.m_pBlocks, static_cast<unsigned>(m.m_nBlockSize),
                                          Traits::kEntrySize);
-      if (!block) __builtin_trap();  // an insertion cannot fail: see the map's contract
+      if (!block) return nullptr;
       // Threaded from the top so that the lowest address ends up at the head.
       Assoc* entries = static_cast<Assoc*>(block->data());
       for (int i = m.m_nBlockSize - 1; i >= 0; --i) {
@@ -138,19 +140,31 @@ struct Impl {
     return true;
   }
 
-  // Insert returns key's entry, adding it when absent.
-  static Assoc* Insert(Map& m, Key key) {
+  // TryInsert returns key's entry, adding it when absent; null, with the map as it was, when
+  // memory for the table or the entry cannot be had.
+  static Assoc* TryInsert(Map& m, Key key) {
     unsigned int bucket;
     if (Assoc* found = Traits::Find(m, key, bucket)) return found;
     if (!m.m_pHashTable) {
       m.m_pHashTable = AllocTable(m, m.m_nHashTableSize);
-      if (!m.m_pHashTable) __builtin_trap();  // an insertion cannot fail: see the map's contract
+      if (!m.m_pHashTable) return nullptr;
     }
     Assoc* a = NewAssoc(m);
+    if (!a) {
+      if (m.m_nCount == 0) RemoveAll(m);  // an empty map holds no memory
+      return nullptr;
+    }
     Traits::SetKey(a, key, bucket);
     a->pNext = m.m_pHashTable[bucket];
     m.m_pHashTable[bucket] = a;
     m.ExpandHashTable();
+    return a;
+  }
+
+  // Insert is TryInsert for callers that cannot handle failure: without memory the process stops.
+  static Assoc* Insert(Map& m, Key key) {
+    Assoc* a = TryInsert(m, key);
+    if (!a) __builtin_trap();
     return a;
   }
 

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "norvane/containers/map_internal.h"
 #include "norvane/containers/map_ptr_to_ptr.h"
 #include "tests/support/test_mgr.h"
 
@@ -223,6 +224,17 @@ TEST(MapPtrToPtr, BlockSizeBelowOneIsOne) {
   m[reinterpret_cast<void*>(2)] = nullptr;
   EXPECT_EQ(t.sys().requests().back(), 8 + sizeof(CKD_MapPtrToPtr::CAssoc));
   EXPECT_EQ(m.GetCount(), 2);
+}
+
+TEST(MapPtrToPtr, TrySetAtSurvivesWithoutMemory) {
+  TestDefaultMgr t;
+  CKD_MapPtrToPtr m(10);
+  t.sys().FailNth(2);  // the table is had, the entry block is not
+  EXPECT_FALSE(KDMAP_TrySetAt(m, &t, &m));
+  EXPECT_EQ(m.GetCount(), 0);
+  EXPECT_EQ(t.live_blocks(), 0u);  // the table went back: an empty map holds nothing
+  EXPECT_TRUE(KDMAP_TrySetAt(m, &t, &m));
+  EXPECT_EQ(m.GetValueAt(&t), &m);
 }
 
 TEST(MapPtrToPtrDeathTest, InsertionWithoutMemoryStops) {

@@ -1,6 +1,7 @@
 #include "norvane/containers/map_ptr_to_ptr.h"
 
 #include "norvane/containers/hash_map_internal.h"
+#include "norvane/containers/map_internal.h"
 
 namespace {
 
@@ -62,3 +63,9 @@ CKD_MapPtrToPtr::CAssoc* CKD_MapPtrToPtr::NewAssoc() { return Impl::NewAssoc(*th
 void CKD_MapPtrToPtr::FreeAssoc(CAssoc* assoc) { Impl::FreeAssoc(*this, assoc); }
 
 bool CKD_MapPtrToPtr::ExpandHashTable() { return Impl::Expand(*this); }
+
+bool KDMAP_TrySetAt(CKD_MapPtrToPtr& map, void* key, void* value) {
+  CKD_MapPtrToPtr::CAssoc* a = Impl::TryInsert(map, key);
+  if (a) a->value = value;
+  return a != nullptr;
+}

@@ -10,8 +10,8 @@
 // Iteration positions are opaque: null is the end, (void*)-1 is before the first entry. Order is
 // by bucket, newest first within a bucket, and changes when the table doubles.
 //
-// Memory for the table or an entry block on insertion is required: if it cannot be had the
-// process stops (after the manager's out-of-memory handler has run). A table doubling that
+// Memory for the table or an entry block on insertion is required: if it cannot be had,
+// operator[] stops the process (after the manager's out-of-memory handler has run). A table doubling that
 // cannot get memory is skipped and the map keeps working at its current size.
 #ifndef NORVANE_CONTAINERS_MAP_PTR_TO_PTR_H_
 #define NORVANE_CONTAINERS_MAP_PTR_TO_PTR_H_

@@ -13,6 +13,8 @@ typedef void* (*KDCRT_THREAD_ENTRY)(void* arg);
 KD_HTHREAD* KDCRT_GetThreadHandle();
 // KDCRT_Thread_Create starts entry(arg) with default attributes; null on failure.
 KD_HTHREAD* KDCRT_Thread_Create(KDCRT_THREAD_ENTRY entry, void* arg);
+// KDCRT_Posix_ThreadProc is the entry of threads made by KD_Thread_Create.
+void* KDCRT_Posix_ThreadProc(void* start);
 [[noreturn]] void KDCRT_ExitThread();
 void KDCRT_Thread_Yield();
 int KDCRT_Thread_WaitForSingleThread(KD_HTHREAD* thread);
