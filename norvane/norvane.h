@@ -11,4 +11,8 @@
 // Runtime services.
 #include "norvane/runtime/sys_helpers.h"
 
+// Cryptography.
+#include "norvane/crypto/aes.h"
+#include "norvane/crypto/sha.h"
+
 #endif  // NORVANE_NORVANE_H_
