@@ -16,7 +16,7 @@
 #if defined(__clang__)
 #define NV_TARGET_AES __attribute__((target("aes")))
 #else
-#define NV_TARGET_AES __attribute__((target("+aes")))
+#define NV_TARGET_AES __attribute__((target("+crypto")))
 #endif
 
 namespace {

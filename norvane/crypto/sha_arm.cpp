@@ -13,8 +13,8 @@
 #define NV_TARGET_SHA2 __attribute__((target("sha2")))
 #define NV_TARGET_SHA512 __attribute__((target("sha2,sha3")))
 #else
-#define NV_TARGET_SHA2 __attribute__((target("+sha2")))
-#define NV_TARGET_SHA512 __attribute__((target("+sha2+sha3")))
+#define NV_TARGET_SHA2 __attribute__((target("+crypto")))
+#define NV_TARGET_SHA512 __attribute__((target("arch=armv8.2-a+sha3")))
 #endif
 
 bool sha1_hw_capable() { return (KDCRT_GetCpuFeatures() & KDCRT_CPU_ARM_SHA1) != 0; }
