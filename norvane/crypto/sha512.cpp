@@ -110,6 +110,9 @@ kd_sha512_block_fn Sha512Kernel() {
 #if defined(NORVANE_SHA512_HW)
     if (sha512_hw_capable()) return &sha512_block_data_order_hw;
 #endif
+#if defined(NORVANE_SHA512_AVX2)
+    if (sha512_avx2_capable()) return &sha512_block_data_order_avx2;
+#endif
     return &sha512_block_data_order_nohw;
   }();
   return kernel;
@@ -120,6 +123,9 @@ const ShaKernelEntry<kd_sha512_block_fn>* Sha512Kernels() {
     static ShaKernelEntry<kd_sha512_block_fn> entries[3] = {{"portable", &sha512_block_data_order_nohw}};
 #if defined(NORVANE_SHA512_HW)
     if (sha512_hw_capable()) entries[1] = {"hardware", &sha512_block_data_order_hw};
+#endif
+#if defined(NORVANE_SHA512_AVX2)
+    if (sha512_avx2_capable()) entries[1] = {"avx2", &sha512_block_data_order_avx2};
 #endif
     return entries;
   }();

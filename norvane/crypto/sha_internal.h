@@ -37,6 +37,12 @@ void sha256_block_data_order_hw(uint32_t state[8], const uint8_t* data, size_t n
 #define NORVANE_SHA512_HW 1
 void sha512_block_data_order_hw(uint64_t state[8], const uint8_t* data, size_t n);
 #endif
+// x86-64 has no SHA-512 instructions; AVX2 computes the message schedule of two blocks at once.
+#if defined(__x86_64__)
+#define NORVANE_SHA512_AVX2 1
+bool sha512_avx2_capable();
+void sha512_block_data_order_avx2(uint64_t state[8], const uint8_t* data, size_t n);
+#endif
 
 namespace kdcrypt {
 
