@@ -21,4 +21,8 @@
 #include "norvane/runtime/thread.h"
 #include "norvane/runtime/sys_helpers.h"
 
+// Cryptography.
+#include "norvane/crypto/aes.h"
+#include "norvane/crypto/sha.h"
+
 #endif  // NORVANE_NORVANE_H_

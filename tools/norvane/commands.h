@@ -33,6 +33,11 @@ void Error(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 int RunHelp(int argc, char** argv);
 int RunVersion(int argc, char** argv);
+int RunSha1Sum(int argc, char** argv);
+int RunSha256Sum(int argc, char** argv);
+int RunSha384Sum(int argc, char** argv);
+int RunSha512Sum(int argc, char** argv);
+int RunAesCbc(int argc, char** argv);
 
 }  // namespace nvtool
 

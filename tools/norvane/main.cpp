@@ -10,6 +10,11 @@ namespace nvtool {
 const Command kCommands[] = {
     {"help", "", "show this help", RunHelp},
     {"version", "", "show the version, build, compiler and detected processor features", RunVersion},
+    {"sha1sum", "[-c] [FILE]...", "print or check SHA-1 digests", RunSha1Sum},
+    {"sha256sum", "[-c] [FILE]...", "print or check SHA-256 digests", RunSha256Sum},
+    {"sha384sum", "[-c] [FILE]...", "print or check SHA-384 digests", RunSha384Sum},
+    {"sha512sum", "[-c] [FILE]...", "print or check SHA-512 digests", RunSha512Sum},
+    {"aes-cbc", "-e|-d -K KEY --iv IV", "AES-CBC of stdin to stdout, no padding (hex key, IV)", RunAesCbc},
 };
 const size_t kCommandCount = sizeof(kCommands) / sizeof(kCommands[0]);
 

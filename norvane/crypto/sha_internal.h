@@ -1,0 +1,99 @@
+// Internal to the library: the block kernels behind the SHA functions and the Update/Finish
+// steps over an explicit kernel, so tests and benchmarks can drive every kernel this processor
+// can run, not only the one the public functions pick.
+//
+// Each algorithm has a portable kernel (_nohw), always present and the reference, and where the
+// processor has instructions for it a hardware kernel (_hw) with a predicate (_hw_capable) that
+// says whether it may run here. A kernel compresses n whole blocks read from data (no alignment
+// needed) into state and gives bit-identical results to the portable one.
+#ifndef NORVANE_CRYPTO_SHA_INTERNAL_H_
+#define NORVANE_CRYPTO_SHA_INTERNAL_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "norvane/crypto/sha.h"
+
+typedef void (*kd_sha1_block_fn)(uint32_t state[5], const uint8_t* data, size_t n);
+typedef void (*kd_sha256_block_fn)(uint32_t state[8], const uint8_t* data, size_t n);
+typedef void (*kd_sha512_block_fn)(uint64_t state[8], const uint8_t* data, size_t n);
+
+void sha1_block_data_order_nohw(uint32_t state[5], const uint8_t* data, size_t n);
+void sha256_block_data_order_nohw(uint32_t state[8], const uint8_t* data, size_t n);
+void sha512_block_data_order_nohw(uint64_t state[8], const uint8_t* data, size_t n);
+
+// The hardware kernels: SHA-NI on x86-64 (SHA-1, SHA-256), the ARMv8 SHA-1, SHA-256 and SHA-512
+// instructions on ARM64. A predicate is false where its kernel is not built.
+bool sha1_hw_capable();
+bool sha256_hw_capable();
+bool sha512_hw_capable();
+#if defined(__x86_64__) || defined(__aarch64__)
+#define NORVANE_SHA1_HW 1
+#define NORVANE_SHA256_HW 1
+void sha1_block_data_order_hw(uint32_t state[5], const uint8_t* data, size_t n);
+void sha256_block_data_order_hw(uint32_t state[8], const uint8_t* data, size_t n);
+#endif
+#if defined(__aarch64__)
+#define NORVANE_SHA512_HW 1
+void sha512_block_data_order_hw(uint64_t state[8], const uint8_t* data, size_t n);
+#endif
+// x86-64 has no SHA-512 instructions; AVX2 computes the message schedule of two blocks at once.
+#if defined(__x86_64__)
+#define NORVANE_SHA512_AVX2 1
+bool sha512_avx2_capable();
+void sha512_block_data_order_avx2(uint64_t state[8], const uint8_t* data, size_t n);
+#endif
+
+namespace kdcrypt {
+
+// The kernels the public functions use: chosen once, on first use, from the predicates above.
+kd_sha1_block_fn Sha1Kernel();
+kd_sha256_block_fn Sha256Kernel();
+kd_sha512_block_fn Sha512Kernel();
+
+// Update and Finish of the public functions, over the given kernel.
+void Sha1Update(CRYPT_SHA1Context* ctx, const uint8_t* data, uint32_t size, kd_sha1_block_fn blocks);
+void Sha1Finish(CRYPT_SHA1Context* ctx, uint8_t digest[20], kd_sha1_block_fn blocks);
+void Sha256Update(CRYPT_SHA256Context* ctx, const uint8_t* data, uint32_t size, kd_sha256_block_fn blocks);
+void Sha256Finish(CRYPT_SHA256Context* ctx, uint8_t digest[32], kd_sha256_block_fn blocks);
+void Sha512Update(CRYPT_SHA512Context* ctx, const uint8_t* data, uint32_t size, kd_sha512_block_fn blocks);
+// Sha512Finish writes the first words state words (6 for SHA-384, 8 for SHA-512).
+void Sha512Finish(CRYPT_SHA512Context* ctx, uint8_t* digest, int words, kd_sha512_block_fn blocks);
+
+// Every kernel this processor can run, the portable one first. Each list ends with a null name.
+template <class Fn>
+struct ShaKernelEntry {
+  const char* name;
+  Fn fn;
+};
+const ShaKernelEntry<kd_sha1_block_fn>* Sha1Kernels();
+const ShaKernelEntry<kd_sha256_block_fn>* Sha256Kernels();
+const ShaKernelEntry<kd_sha512_block_fn>* Sha512Kernels();
+
+// The round constants, for the kernels that load them as vectors.
+extern const uint32_t kSha256K[64];
+extern const uint64_t kSha512K[80];
+
+// Big-endian loads and stores shared by the digest and cipher code.
+inline uint32_t LoadBE32(const uint8_t* p) {
+  uint32_t v;
+  __builtin_memcpy(&v, p, 4);
+  return __builtin_bswap32(v);
+}
+inline uint64_t LoadBE64(const uint8_t* p) {
+  uint64_t v;
+  __builtin_memcpy(&v, p, 8);
+  return __builtin_bswap64(v);
+}
+inline void StoreBE32(uint8_t* p, uint32_t v) {
+  v = __builtin_bswap32(v);
+  __builtin_memcpy(p, &v, 4);
+}
+inline void StoreBE64(uint8_t* p, uint64_t v) {
+  v = __builtin_bswap64(v);
+  __builtin_memcpy(p, &v, 8);
+}
+
+}  // namespace kdcrypt
+
+#endif  // NORVANE_CRYPTO_SHA_INTERNAL_H_
