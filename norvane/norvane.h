@@ -11,4 +11,8 @@
 // Runtime services.
 #include "norvane/runtime/sys_helpers.h"
 
+// Strings and text.
+#include "norvane/text/byte_string.h"
+#include "norvane/text/wide_string.h"
+
 #endif  // NORVANE_NORVANE_H_
