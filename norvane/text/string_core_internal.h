@@ -328,14 +328,27 @@ int Remove(Rec<C>*& p, C ch) {
 }
 
 // Search returns the first occurrence of needle in haystack, or null (also for an empty needle).
-// It finds candidates by their first character with the C library's memchr or wmemchr.
 template <class C>
 const C* Search(const C* hay, int hayLen, const C* needle, int needleLen);
 
+// Bytes: candidates are found by their first byte with memchr and checked with memcmp, which is
+// cheapest when a match is near (as in Replace). When the first byte keeps turning up without a
+// match, the rest goes to memmem, whose setup costs more but which skips ahead by pairs of bytes.
 template <>
 inline const char* Search<char>(const char* hay, int hayLen, const char* needle, int needleLen) {
   if (needleLen <= 0 || needleLen > hayLen) return nullptr;
-  return static_cast<const char*>(memmem(hay, static_cast<size_t>(hayLen), needle, static_cast<size_t>(needleLen)));
+  const char* p = hay;
+  const char* last = hay + (hayLen - needleLen);
+  const char first = needle[0];
+  for (int misses = 0; misses < 16; ++misses) {
+    p = static_cast<const char*>(memchr(p, first, static_cast<size_t>(last - p) + 1));
+    if (!p) return nullptr;
+    if (memcmp(p + 1, needle + 1, static_cast<size_t>(needleLen - 1)) == 0) return p;
+    if (p == last) return nullptr;
+    ++p;
+  }
+  return static_cast<const char*>(
+      memmem(p, static_cast<size_t>(last - p) + static_cast<size_t>(needleLen), needle, static_cast<size_t>(needleLen)));
 }
 
 template <>
@@ -357,8 +370,14 @@ int Replace(Rec<C>*& p, const C* oldText, int oldLen, const C* newText, int newL
   const C* chars = p->GetChars();
   const int len = p->m_nDataLength;
   const C* end = chars + len;
+  // The first matches are remembered for the building pass; later ones are searched again.
+  constexpr int kRemembered = 256;
+  int at[kRemembered];
   int count = 0;
-  for (const C* at = chars; (at = Search<C>(at, static_cast<int>(end - at), oldText, oldLen)); at += oldLen) ++count;
+  for (const C* m = chars; (m = Search<C>(m, static_cast<int>(end - m), oldText, oldLen)); m += oldLen) {
+    if (count < kRemembered) at[count] = static_cast<int>(m - chars);
+    ++count;
+  }
   if (count == 0) return 0;
   long long newLength = len + static_cast<long long>(count) * (newLen - oldLen);
   if (newLength == 0) {
@@ -371,12 +390,12 @@ int Replace(Rec<C>*& p, const C* oldText, int oldLen, const C* newText, int newL
   C* out = r->GetChars();
   const C* from = chars;
   for (int i = 0; i < count; ++i) {
-    const C* at = Search<C>(from, static_cast<int>(end - from), oldText, oldLen);
-    CopyChars(out, from, static_cast<int>(at - from));
-    out += at - from;
+    const C* m = i < kRemembered ? chars + at[i] : Search<C>(from, static_cast<int>(end - from), oldText, oldLen);
+    CopyChars(out, from, static_cast<int>(m - from));
+    out += m - from;
     CopyChars(out, newText, newLen);
     out += newLen;
-    from = at + oldLen;
+    from = m + oldLen;
   }
   CopyChars(out, from, static_cast<int>(end - from));
   Release<C>(p);

@@ -295,6 +295,16 @@ TYPED_TEST(StringTest, Replace) {
     EXPECT_EQ(Std(f), this->T("one two one"));
     EXPECT_EQ(replace(f, "one", "three"), 2);
     EXPECT_EQ(Std(f), this->T("three two three"));
+
+    // Many matches: more than the building pass remembers from the counting pass.
+    typename TestFixture::StdS many, expect;
+    for (int i = 0; i < 700; ++i) {
+      many += this->T(i % 3 ? "x." : ".");
+      expect += this->T(i % 3 ? "x<>" : "<>");
+    }
+    S m = Make<S>(many);
+    EXPECT_EQ(replace(m, ".", "<>"), 700);
+    EXPECT_EQ(Std(m), expect);
   }
   EXPECT_EQ(t.live_blocks(), 0u);
 }

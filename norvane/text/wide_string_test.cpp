@@ -204,7 +204,7 @@ TEST(WideString, HashCode) {
   EXPECT_EQ(KD_HashCode_String_GetW(nullptr, 3, false), 0u);
   EXPECT_EQ(KD_HashCode_String_GetW(WS(L"KEY"), true), KD_HashCode_String_GetW(L"key", 3, false));
   std::mt19937 rng(8);
-  for (int len = 0; len <= 40; ++len) {
+  for (int len = 0; len <= 100; ++len) {
     std::wstring s;
     for (int i = 0; i < len; ++i) s += static_cast<wchar_t>(rng() % 3 == 0 ? 'A' + rng() % 26 : rng());
     for (bool fold : {false, true}) {
