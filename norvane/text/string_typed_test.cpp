@@ -100,7 +100,8 @@ TYPED_TEST(StringTest, CopiesShareUntilOneWrites) {
     EXPECT_EQ(Rec(c), nullptr);
     EXPECT_EQ(Refs(a), 1);
     c = a;
-    c = c;
+    S& alias = c;
+    c = alias;
     EXPECT_EQ(Refs(a), 2);
     S moved(std::move(c));
     EXPECT_EQ(Rec(c), nullptr);
