@@ -21,15 +21,16 @@ void CKD_WideString::FreeData(CKD_WideStringData* data) { kt::FreeRecord<wchar_t
 
 // Construction and assignment.
 
-CKD_WideString::CKD_WideString(wchar_t ch) : m_pData(kt::Copy<wchar_t>(&ch, 1)) {}
-
-CKD_WideString::CKD_WideString(const wchar_t* text, int len) : m_pData(nullptr) {
+void CKD_WideString::InitStr(const wchar_t* text, int len) {
   if (text && len < 0) len = static_cast<int>(wcslen(text));
-  if (text) m_pData = kt::Copy<wchar_t>(text, len);
+  m_pData = text ? kt::Copy<wchar_t>(text, len) : nullptr;
 }
 
-CKD_WideString::CKD_WideString(const CKD_WideStringC& view)
-    : m_pData(kt::Copy<wchar_t>(view.GetPtr(), view.GetLength())) {}
+CKD_WideString::CKD_WideString(wchar_t ch) { InitStr(&ch, 1); }
+
+CKD_WideString::CKD_WideString(const wchar_t* text, int len) { InitStr(text, len); }
+
+CKD_WideString::CKD_WideString(const CKD_WideStringC& view) { InitStr(view.GetPtr(), view.GetLength()); }
 
 CKD_WideString::CKD_WideString(const CKD_WideStringC& a, const CKD_WideStringC& b)
     : m_pData(kt::Concat<wchar_t>(a.GetPtr(), a.GetLength(), b.GetPtr(), b.GetLength())) {}

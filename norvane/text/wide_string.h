@@ -231,6 +231,9 @@ class NORVANE_API CKD_WideString {
  private:
   friend struct kdtext::StringAccess;
 
+  // InitStr is the constructors' worker: len characters of text (negative: wcslen); length 0 or a
+  // failed allocation gives the null string.
+  void InitStr(const wchar_t* text, int len);
   static void Release(CKD_WideStringData* data) {
     if (data && data->m_nRefs-- <= 1) FreeData(data);
   }
