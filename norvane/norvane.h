@@ -24,5 +24,8 @@
 // Cryptography.
 #include "norvane/crypto/aes.h"
 #include "norvane/crypto/sha.h"
+// Strings and text.
+#include "norvane/text/byte_string.h"
+#include "norvane/text/wide_string.h"
 
 #endif  // NORVANE_NORVANE_H_
