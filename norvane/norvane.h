@@ -11,6 +11,7 @@
 // Containers.
 #include "norvane/containers/array.h"
 #include "norvane/containers/basic_array.h"
+#include "norvane/containers/map_bytestring_to_ptr.h"
 #include "norvane/containers/map_ptr_to_ptr.h"
 #include "norvane/containers/plex.h"
 
