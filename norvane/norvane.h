@@ -11,6 +11,7 @@
 // Containers.
 #include "norvane/containers/array.h"
 #include "norvane/containers/basic_array.h"
+#include "norvane/containers/map_bytestring_to_ptr.h"
 #include "norvane/containers/map_ptr_to_ptr.h"
 #include "norvane/containers/plex.h"
 
@@ -24,5 +25,8 @@
 // Cryptography.
 #include "norvane/crypto/aes.h"
 #include "norvane/crypto/sha.h"
+// Strings and text.
+#include "norvane/text/byte_string.h"
+#include "norvane/text/wide_string.h"
 
 #endif  // NORVANE_NORVANE_H_

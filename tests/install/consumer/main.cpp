@@ -10,6 +10,12 @@ int main() {
   KDSYS_itoa(-42, p, 16);
   bool ok = strcmp(p, "-42") == 0 && KD_ALLOC_GRANULARITY == 0x10000 && g_pDefNorvaneMgr == KDMEM_GetDefaultMgr();
   KDMEM_DefaultFree(p, 0);
+  CKD_ByteString s("key");
+  CKD_ByteString shared(s);
+  shared += "=value";
+  CKD_WideString w(L"wide");
+  ok = ok && shared == "key=value" && s.Find("y") == 2 && KD_HashCode_String_GetA(s) == 106079u &&
+       w.UTF16LE_Encode(false).GetLength() == 8;
   std::printf(ok ? "consumer ok\n" : "consumer FAILED\n");
   return ok ? 0 : 1;
 }
