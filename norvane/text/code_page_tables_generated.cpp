@@ -2,8 +2,8 @@
 // tables as the generator explains. Do not edit; regenerate with
 //   python3 tools/gen_code_pages.py --out-dir norvane/text
 // The fourteen Windows code pages in the layout code_page.h describes.
-#include "norvane/text/code_page.h"
 
+#include "norvane/text/code_page.h"
 
 namespace {
 
