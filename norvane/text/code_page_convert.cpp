@@ -19,21 +19,28 @@ inline uint64_t Load64(const uint8_t* p) {
 // Every one of the fourteen pages maps 0x00..0x7F to U+0000..U+007F (the generator checks it), so
 // ASCII runs skip the tables in both directions.
 
-int DecodeTablePage(const KD_CodePage_Entry* entry, const uint8_t* s, int n, wchar_t* dst, int cap, bool write,
-                    bool strict, int* consumed) {
+// kWrite: write to dst or only count; kTable: a double-byte page whose flat table is ready.
+template <bool kWrite, bool kTable>
+int DecodeTablePage(const KD_CodePage_Entry* entry, const uint16_t* table, const uint8_t* s, int n, wchar_t* dst,
+                    int cap, bool strict, int* consumed) {
   const uint32_t* index1 = entry->m_pCUMap->_CUMapIndex1;
-  const wchar_t defUnicode = static_cast<wchar_t>(entry->m_pHeader->m_dwDefUnicode);
-  const uint16_t* table = entry->m_pHeader->m_bHasLeadByte ? kdtext::DecodeTable(entry) : nullptr;
+  const uint32_t defUnicode = entry->m_pHeader->m_dwDefUnicode;
   int i = 0, out = 0;
   while (i < n && out < cap) {
-    while (i + 8 <= n && out <= cap - 8 && (Load64(s + i) & kHighBits) == 0) {
-      if (write)
-        for (int k = 0; k < 8; ++k) dst[out + k] = s[i + k];
-      i += 8;
-      out += 8;
-    }
-    if (i >= n || out >= cap) break;
     uint8_t b = s[i];
+    if (b < 0x80) {
+      if (i + 8 <= n && out <= cap - 8 && (Load64(s + i) & kHighBits) == 0) {
+        if (kWrite)
+          for (int k = 0; k < 8; ++k) dst[out + k] = s[i + k];
+        i += 8;
+        out += 8;
+      } else {
+        if (kWrite) dst[out] = b;
+        ++out;
+        ++i;
+      }
+      continue;
+    }
     uint32_t e = index1[b];
     uint32_t u;
     int used = 1;
@@ -43,14 +50,14 @@ int DecodeTablePage(const KD_CodePage_Entry* entry, const uint8_t* s, int n, wch
       if (i + 1 >= n) break;  // a lead byte at the end waits for its trail byte
       uint8_t t = s[i + 1];
       uint32_t code = static_cast<uint32_t>(b) << 8 | t;
-      u = table ? table[code] : kdtext::CodeToUnicode(entry, code);
+      u = kTable ? table[code] : kdtext::CodeToUnicode(entry, code);
       if (u != 0xFEFF || t >= 0x80) used = 2;
     }
     if (u == 0xFEFF) {
       if (strict) break;
-      u = static_cast<uint32_t>(defUnicode);
+      u = defUnicode;
     }
-    if (write) dst[out] = static_cast<wchar_t>(u);
+    if (kWrite) dst[out] = static_cast<wchar_t>(u);
     ++out;
     i += used;
   }
@@ -185,8 +192,17 @@ int KD_DecodeString(uint16_t codePage, const char* src, int* srcLen, wchar_t* ds
   const int cap = write ? *dstLen : INT_MAX;
   const uint8_t* s = reinterpret_cast<const uint8_t*>(src);
   int consumed = 0;
-  int out = entry ? DecodeTablePage(entry, s, *srcLen, dst, cap, write, strict, &consumed)
-                  : DecodeUTF16(s, *srcLen, dst, cap, write, codePage == KD_CP_UTF16BE, strict, &consumed);
+  int out;
+  if (entry) {
+    const uint16_t* table = entry->m_pHeader->m_bHasLeadByte ? kdtext::DecodeTable(entry) : nullptr;
+    if (table)
+      out = write ? DecodeTablePage<true, true>(entry, table, s, *srcLen, dst, cap, strict, &consumed)
+                  : DecodeTablePage<false, true>(entry, table, s, *srcLen, nullptr, cap, strict, &consumed);
+    else
+      out = write ? DecodeTablePage<true, false>(entry, nullptr, s, *srcLen, dst, cap, strict, &consumed)
+                  : DecodeTablePage<false, false>(entry, nullptr, s, *srcLen, nullptr, cap, strict, &consumed);
+  } else
+    out = DecodeUTF16(s, *srcLen, dst, cap, write, codePage == KD_CP_UTF16BE, strict, &consumed);
   *srcLen = consumed;
   *dstLen = out;
   return 1;

@@ -49,31 +49,69 @@ inline int EncodedSize(uint32_t c) {
 
 }  // namespace
 
-int KD_UTF8Decode(const char* src, int* srcLen, wchar_t* dst, int* dstLen) {
-  if (!srcLen || !dstLen) return -1;
-  if (*srcLen < 1 || !src) {
-    *srcLen = 0;
-    *dstLen = 0;
-    return 1;
+namespace {
+
+inline bool IsCont(uint8_t b) { return (b & 0xC0) == 0x80; }
+
+// The whole sequence at s[i] when its lead byte is C0..F7 and every continuation byte it announces
+// follows: the state machine would produce exactly this value. Returns the sequence length, or 0
+// when the bytes must go through the state machine one at a time.
+inline int WholeSequence(const uint8_t* s, int i, int n, uint32_t* ch) {
+  uint8_t b = s[i];
+  if (b < 0xE0) {
+    if (b < 0xC0 || i + 1 >= n || !IsCont(s[i + 1])) return 0;
+    *ch = static_cast<uint32_t>(b & 0x1F) << 6 | (s[i + 1] & 0x3F);
+    return 2;
   }
-  const uint8_t* s = reinterpret_cast<const uint8_t*>(src);
-  const int n = *srcLen;
-  const bool write = dst && *dstLen > 0;
-  const int cap = write ? *dstLen : INT_MAX;
+  if (b < 0xF0) {
+    if (i + 2 >= n || !IsCont(s[i + 1]) || !IsCont(s[i + 2])) return 0;
+    *ch = static_cast<uint32_t>(b & 0x0F) << 12 | static_cast<uint32_t>(s[i + 1] & 0x3F) << 6 | (s[i + 2] & 0x3F);
+    return 3;
+  }
+  if (b < 0xF8) {
+    if (i + 3 >= n || !IsCont(s[i + 1]) || !IsCont(s[i + 2]) || !IsCont(s[i + 3])) return 0;
+    *ch = static_cast<uint32_t>(b & 0x07) << 18 | static_cast<uint32_t>(s[i + 1] & 0x3F) << 12 |
+          static_cast<uint32_t>(s[i + 2] & 0x3F) << 6 | (s[i + 3] & 0x3F);
+    return 4;
+  }
+  return 0;
+}
+
+// The buffer decoder: kWrite selects writing to dst (at most cap characters) or only counting.
+template <bool kWrite>
+int DecodeBuffer(const uint8_t* s, int n, wchar_t* dst, int cap, int* consumed) {
   int i = 0, out = 0, done = 0;
   uint32_t pending = 0, cp = 0;
-  while (i < n) {
-    if (pending == 0) {
-      // Runs of ASCII, eight bytes at a time.
-      while (i + 8 <= n && out <= cap - 8 && (Load64(s + i) & kHighBits) == 0) {
-        if (write) Widen8(s + i, dst + out);
-        i += 8;
-        out += 8;
-      }
-      done = i;
-      if (i >= n || out >= cap) break;
-    }
+  while (i < n && out < cap) {
     uint8_t b = s[i];
+    if (pending == 0) {
+      if (b < 0x80) {
+        if (i + 8 <= n && out <= cap - 8) {
+          // The ASCII bytes at the start of the next eight: all eight are widened, the
+          // characters past the run are written again later.
+          uint64_t high = Load64(s + i) & kHighBits;
+          int run = high ? __builtin_ctzll(high) >> 3 : 8;
+          if (kWrite) Widen8(s + i, dst + out);
+          i += run;
+          out += run;
+        } else {
+          if (kWrite) dst[out] = b;
+          ++out;
+          ++i;
+        }
+        done = i;
+        continue;
+      }
+      uint32_t ch;
+      if (int len = WholeSequence(s, i, n, &ch)) {
+        if (kWrite) dst[out] = static_cast<wchar_t>(ch ? ch : 0xFFFD);
+        ++out;
+        i += len;
+        done = i;
+        continue;
+      }
+    }
+    // One byte through the state machine.
     uint32_t ch;
     if (b < 0x80) {
       pending = 0;
@@ -92,12 +130,28 @@ int KD_UTF8Decode(const char* src, int* srcLen, wchar_t* dst, int* dstLen) {
       continue;
     }
     ++i;
-    if (write) dst[out] = static_cast<wchar_t>(ch);
+    if (kWrite) dst[out] = static_cast<wchar_t>(ch);
     ++out;
     done = i;
-    if (out >= cap) break;
   }
-  *srcLen = done;
+  *consumed = done;
+  return out;
+}
+
+}  // namespace
+
+int KD_UTF8Decode(const char* src, int* srcLen, wchar_t* dst, int* dstLen) {
+  if (!srcLen || !dstLen) return -1;
+  if (*srcLen < 1 || !src) {
+    *srcLen = 0;
+    *dstLen = 0;
+    return 1;
+  }
+  const uint8_t* s = reinterpret_cast<const uint8_t*>(src);
+  int consumed = 0;
+  int out = dst && *dstLen > 0 ? DecodeBuffer<true>(s, *srcLen, dst, *dstLen, &consumed)
+                               : DecodeBuffer<false>(s, *srcLen, nullptr, INT_MAX, &consumed);
+  *srcLen = consumed;
   *dstLen = out;
   return 1;
 }
@@ -183,19 +237,33 @@ bool KD_IsUTF8Data(const uint8_t* data, int* len) {
 
 namespace kdtext {
 
-int DecodeLenient(const uint8_t* s, int n, wchar_t* dst) {
+int DecodeLenient(const uint8_t* s, int n, wchar_t* dst, int cap) {
   int i = 0, out = 0;
   uint32_t pending = 0, cp = 0;
   while (i < n) {
+    uint8_t b = s[i];
     if (pending == 0) {
-      while (i + 8 <= n && (Load64(s + i) & kHighBits) == 0) {
-        Widen8(s + i, dst + out);
-        i += 8;
-        out += 8;
+      if (b < 0x80) {
+        if (i + 8 <= n && out <= cap - 8) {
+          uint64_t high = Load64(s + i) & kHighBits;
+          int run = high ? __builtin_ctzll(high) >> 3 : 8;
+          Widen8(s + i, dst + out);
+          i += run;
+          out += run;
+        } else {
+          dst[out++] = b;
+          ++i;
+        }
+        continue;
       }
-      if (i >= n) break;
+      uint32_t ch;
+      if (int len = WholeSequence(s, i, n, &ch)) {
+        dst[out++] = static_cast<wchar_t>(ch ? ch : 0xFFFD);
+        i += len;
+        continue;
+      }
     }
-    uint8_t b = s[i++];
+    ++i;
     if (b < 0x80) {
       pending = 0;
       dst[out++] = b;
@@ -204,37 +272,84 @@ int DecodeLenient(const uint8_t* s, int n, wchar_t* dst) {
       cp |= static_cast<uint32_t>(b & 0x3F) << (6 * (pending - 1));
       if (--pending == 0) dst[out++] = static_cast<wchar_t>(cp ? cp : 0xFFFD);
     } else {
-      uint32_t p2 = pending, c2 = cp;
-      if (!StartSequence(b, p2, c2)) continue;  // FE and FF are ignored, the state kept
-      pending = p2;
-      cp = c2;
+      StartSequence(b, pending, cp);  // FE and FF are ignored, the state kept
     }
   }
   return out;
 }
 
+int DecodedLengthBound(const uint8_t* s, int n) {
+  // Every character the decoder produces starts at a byte that is not a continuation byte, so
+  // their number bounds it (and is exact for well-formed text). Eight bytes at a time: a
+  // continuation byte has bit 7 set and bit 6 clear.
+  int continuations = 0, i = 0;
+  for (; i + 8 <= n; i += 8) {
+    uint64_t w = Load64(s + i);
+    uint64_t marks = (w & ~(w << 1) & kHighBits) >> 7;
+    continuations += static_cast<int>((marks * 0x0101010101010101ull) >> 56);
+  }
+  for (; i < n; ++i) continuations += (s[i] & 0xC0) == 0x80;
+  return n - continuations;
+}
+
 size_t EncodedLength(const wchar_t* src, int len) {
+  // 1 to 6 bytes by the thresholds, none for values with the top bit set; four characters at a
+  // time with the compilers' vector extensions (SSE2 or NEON), where a true comparison is -1.
+  typedef uint32_t U4 __attribute__((vector_size(16)));
+  typedef int32_t I4 __attribute__((vector_size(16)));
   size_t total = 0;
-  for (int i = 0; i < len; ++i) {
-    int32_t c = static_cast<int32_t>(src[i]);
-    if (c >= 0) total += static_cast<size_t>(EncodedSize(static_cast<uint32_t>(c)));
+  int i = 0;
+  while (i + 4 <= len) {
+    I4 acc = {0, 0, 0, 0};
+    int stop = len - 4 - i > (1 << 24) ? i + (1 << 24) : len - 4;  // keeps the lanes from overflowing
+    for (; i <= stop; i += 4) {
+      U4 c;
+      memcpy(&c, src + i, sizeof c);
+      I4 more = (c >= 0x80u) + (c >= 0x800u) + (c >= 0x10000u) + (c >= 0x200000u) + (c >= 0x4000000u);
+      acc += (1 - more) & ~(c >= 0x80000000u);
+    }
+    total += static_cast<size_t>(acc[0]) + static_cast<size_t>(acc[1]) + static_cast<size_t>(acc[2]) +
+             static_cast<size_t>(acc[3]);
+  }
+  for (; i < len; ++i) {
+    uint32_t c = static_cast<uint32_t>(src[i]);
+    if (c < 0x80000000u) total += static_cast<size_t>(EncodedSize(c));
   }
   return total;
 }
 
 uint8_t* EncodeFull(const wchar_t* src, int len, uint8_t* d) {
   static const uint8_t kLead[7] = {0, 0, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC};
-  for (int i = 0; i < len; ++i) {
-    int32_t sc = static_cast<int32_t>(src[i]);
-    if (sc < 0x80) {
-      if (sc >= 0) *d++ = static_cast<uint8_t>(sc);
-      continue;  // values with the top bit set are skipped
+  int i = 0;
+  while (i < len) {
+    if (i + 4 <= len && (static_cast<uint32_t>(src[i]) | static_cast<uint32_t>(src[i + 1]) |
+                         static_cast<uint32_t>(src[i + 2]) | static_cast<uint32_t>(src[i + 3])) < 0x80) {
+      d[0] = static_cast<uint8_t>(src[i]);
+      d[1] = static_cast<uint8_t>(src[i + 1]);
+      d[2] = static_cast<uint8_t>(src[i + 2]);
+      d[3] = static_cast<uint8_t>(src[i + 3]);
+      d += 4;
+      i += 4;
+      continue;
     }
-    uint32_t c = static_cast<uint32_t>(sc);
-    int size = EncodedSize(c);
-    d[0] = static_cast<uint8_t>(kLead[size] | (c >> (6 * (size - 1))));
-    for (int k = 1; k < size; ++k) d[k] = static_cast<uint8_t>(0x80 | ((c >> (6 * (size - 1 - k))) & 0x3F));
-    d += size;
+    uint32_t c = static_cast<uint32_t>(src[i++]);
+    if (c < 0x80) {
+      *d++ = static_cast<uint8_t>(c);
+    } else if (c < 0x800) {
+      d[0] = static_cast<uint8_t>(0xC0 | (c >> 6));
+      d[1] = static_cast<uint8_t>(0x80 | (c & 0x3F));
+      d += 2;
+    } else if (c < 0x10000) {
+      d[0] = static_cast<uint8_t>(0xE0 | (c >> 12));
+      d[1] = static_cast<uint8_t>(0x80 | ((c >> 6) & 0x3F));
+      d[2] = static_cast<uint8_t>(0x80 | (c & 0x3F));
+      d += 3;
+    } else if (c < 0x80000000u) {  // values with the top bit set are skipped
+      int size = EncodedSize(c);
+      d[0] = static_cast<uint8_t>(kLead[size] | (c >> (6 * (size - 1))));
+      for (int k = 1; k < size; ++k) d[k] = static_cast<uint8_t>(0x80 | ((c >> (6 * (size - 1 - k))) & 0x3F));
+      d += size;
+    }
   }
   return d;
 }

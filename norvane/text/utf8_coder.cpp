@@ -88,11 +88,14 @@ namespace {
 
 CKD_WideString DecodeToString(const char* text, int len) {
   CKD_WideString result;
-  // At most one character per byte; the result is then copied to its exact size if it is shorter.
-  wchar_t* p = result.GetBuffer(len);
+  const uint8_t* bytes = reinterpret_cast<const uint8_t*>(text);
+  // Sized by a bound that is exact for well-formed text; malformed text that decodes to fewer
+  // characters is copied to its exact size.
+  int bound = kdtext::DecodedLengthBound(bytes, len);
+  wchar_t* p = bound > 0 ? result.GetBuffer(bound) : nullptr;
   if (!p) return result;
-  int n = kdtext::DecodeLenient(reinterpret_cast<const uint8_t*>(text), len, p);
-  if (n == len || n == 0) {
+  int n = kdtext::DecodeLenient(bytes, len, p, bound);
+  if (n == bound || n == 0) {
     result.ReleaseBuffer(n);
     return result;
   }
