@@ -44,14 +44,20 @@ int DecodeTablePage(const KD_CodePage_Entry* entry, const uint16_t* table, const
     uint32_t e = index1[b];
     uint32_t u;
     int used = 1;
-    if ((e & 0xFFFF) == 0) {
-      u = e >> 16;
-    } else {
+    if (e & 0xFFFF) {
       if (i + 1 >= n) break;  // a lead byte at the end waits for its trail byte
       uint8_t t = s[i + 1];
       uint32_t code = static_cast<uint32_t>(b) << 8 | t;
       u = kTable ? table[code] : kdtext::CodeToUnicode(entry, code);
-      if (u != 0xFEFF || t >= 0x80) used = 2;
+      if (__builtin_expect(u != 0xFEFF, 1)) {
+        if (kWrite) dst[out] = static_cast<wchar_t>(u);
+        ++out;
+        i += 2;
+        continue;
+      }
+      if (t >= 0x80) used = 2;
+    } else {
+      u = e >> 16;
     }
     if (u == 0xFEFF) {
       if (strict) break;

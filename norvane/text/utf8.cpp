@@ -51,30 +51,43 @@ inline int EncodedSize(uint32_t c) {
 
 namespace {
 
-inline bool IsCont(uint8_t b) { return (b & 0xC0) == 0x80; }
-
-// The whole sequence at s[i] when its lead byte is C0..F7 and every continuation byte it announces
-// follows: the state machine would produce exactly this value. Returns the sequence length, or 0
-// when the bytes must go through the state machine one at a time.
-inline int WholeSequence(const uint8_t* s, int i, int n, uint32_t* ch) {
-  uint8_t b = s[i];
-  if (b < 0xE0) {
-    if (b < 0xC0 || i + 1 >= n || !IsCont(s[i + 1])) return 0;
-    *ch = static_cast<uint32_t>(b & 0x1F) << 6 | (s[i + 1] & 0x3F);
-    return 2;
+// FastRun decodes from s[i] while no sequence is pending and at least eight bytes and room for
+// eight characters are left: runs of ASCII, and whole 2-, 3- and 4-byte sequences (a lead byte
+// followed by all its continuation bytes, for which the state machine would produce exactly the
+// value computed here). It stops at anything else, leaving that to the state machine.
+template <bool kWrite>
+inline void FastRun(const uint8_t* s, int n, wchar_t* dst, int cap, int& i, int& out) {
+  while (i + 8 <= n && out <= cap - 8) {
+    uint64_t w8 = Load64(s + i);
+    if ((w8 & 0x80) == 0) {
+      // The ASCII bytes at the start: all eight are widened, those past the run written again
+      // later.
+      uint64_t high = w8 & kHighBits;
+      int run = high ? __builtin_ctzll(high) >> 3 : 8;
+      if (kWrite) Widen8(s + i, dst + out);
+      i += run;
+      out += run;
+      continue;
+    }
+    uint32_t w = static_cast<uint32_t>(w8);  // lead byte in the low byte
+    uint32_t ch;
+    int len;
+    if ((w & 0xC0C0F0) == 0x8080E0) {
+      ch = (w & 0x0F) << 12 | ((w >> 8) & 0x3F) << 6 | ((w >> 16) & 0x3F);
+      len = 3;
+    } else if ((w & 0xC0E0) == 0x80C0) {
+      ch = (w & 0x1F) << 6 | ((w >> 8) & 0x3F);
+      len = 2;
+    } else if ((w & 0xC0C0C0F8) == 0x808080F0) {
+      ch = (w & 0x07) << 18 | ((w >> 8) & 0x3F) << 12 | ((w >> 16) & 0x3F) << 6 | ((w >> 24) & 0x3F);
+      len = 4;
+    } else {
+      return;
+    }
+    if (kWrite) dst[out] = static_cast<wchar_t>(ch ? ch : 0xFFFD);
+    ++out;
+    i += len;
   }
-  if (b < 0xF0) {
-    if (i + 2 >= n || !IsCont(s[i + 1]) || !IsCont(s[i + 2])) return 0;
-    *ch = static_cast<uint32_t>(b & 0x0F) << 12 | static_cast<uint32_t>(s[i + 1] & 0x3F) << 6 | (s[i + 2] & 0x3F);
-    return 3;
-  }
-  if (b < 0xF8) {
-    if (i + 3 >= n || !IsCont(s[i + 1]) || !IsCont(s[i + 2]) || !IsCont(s[i + 3])) return 0;
-    *ch = static_cast<uint32_t>(b & 0x07) << 18 | static_cast<uint32_t>(s[i + 1] & 0x3F) << 12 |
-          static_cast<uint32_t>(s[i + 2] & 0x3F) << 6 | (s[i + 3] & 0x3F);
-    return 4;
-  }
-  return 0;
 }
 
 // The buffer decoder: kWrite selects writing to dst (at most cap characters) or only counting.
@@ -83,35 +96,13 @@ int DecodeBuffer(const uint8_t* s, int n, wchar_t* dst, int cap, int* consumed) 
   int i = 0, out = 0, done = 0;
   uint32_t pending = 0, cp = 0;
   while (i < n && out < cap) {
-    uint8_t b = s[i];
     if (pending == 0) {
-      if (b < 0x80) {
-        if (i + 8 <= n && out <= cap - 8) {
-          // The ASCII bytes at the start of the next eight: all eight are widened, the
-          // characters past the run are written again later.
-          uint64_t high = Load64(s + i) & kHighBits;
-          int run = high ? __builtin_ctzll(high) >> 3 : 8;
-          if (kWrite) Widen8(s + i, dst + out);
-          i += run;
-          out += run;
-        } else {
-          if (kWrite) dst[out] = b;
-          ++out;
-          ++i;
-        }
-        done = i;
-        continue;
-      }
-      uint32_t ch;
-      if (int len = WholeSequence(s, i, n, &ch)) {
-        if (kWrite) dst[out] = static_cast<wchar_t>(ch ? ch : 0xFFFD);
-        ++out;
-        i += len;
-        done = i;
-        continue;
-      }
+      FastRun<kWrite>(s, n, dst, cap, i, out);
+      done = i;
+      if (i >= n || out >= cap) break;
     }
     // One byte through the state machine.
+    uint8_t b = s[i];
     uint32_t ch;
     if (b < 0x80) {
       pending = 0;
@@ -241,29 +232,11 @@ int DecodeLenient(const uint8_t* s, int n, wchar_t* dst, int cap) {
   int i = 0, out = 0;
   uint32_t pending = 0, cp = 0;
   while (i < n) {
-    uint8_t b = s[i];
     if (pending == 0) {
-      if (b < 0x80) {
-        if (i + 8 <= n && out <= cap - 8) {
-          uint64_t high = Load64(s + i) & kHighBits;
-          int run = high ? __builtin_ctzll(high) >> 3 : 8;
-          Widen8(s + i, dst + out);
-          i += run;
-          out += run;
-        } else {
-          dst[out++] = b;
-          ++i;
-        }
-        continue;
-      }
-      uint32_t ch;
-      if (int len = WholeSequence(s, i, n, &ch)) {
-        dst[out++] = static_cast<wchar_t>(ch ? ch : 0xFFFD);
-        i += len;
-        continue;
-      }
+      FastRun<true>(s, n, dst, cap, i, out);
+      if (i >= n) break;
     }
-    ++i;
+    uint8_t b = s[i++];
     if (b < 0x80) {
       pending = 0;
       dst[out++] = b;
