@@ -4,7 +4,8 @@
 
 #include "norvane/config.h"
 
-// Memory managers and object bases.
+// Memory managers, pools and object bases.
+#include "norvane/memory/grow_only_pool.h"
 #include "norvane/memory/memory_mgr.h"
 #include "norvane/memory/object.h"
 
