@@ -4,13 +4,15 @@
 
 #include "norvane/config.h"
 
-// Memory managers and object bases.
+// Memory managers, pools and object bases.
+#include "norvane/memory/grow_only_pool.h"
 #include "norvane/memory/memory_mgr.h"
 #include "norvane/memory/object.h"
 
 // Containers.
 #include "norvane/containers/array.h"
 #include "norvane/containers/basic_array.h"
+#include "norvane/containers/map_bytestring_to_ptr.h"
 #include "norvane/containers/map_ptr_to_ptr.h"
 #include "norvane/containers/plex.h"
 

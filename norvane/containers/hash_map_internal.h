@@ -9,7 +9,8 @@
 //   Rehash(const Map&, const Assoc*)         the stored key's hash
 //   Matches(const Assoc*, Key)               key equality
 //   InitEntry(Assoc*), DestroyKey(Assoc*)    fresh entry state / release of the stored key
-//   SetKey(Assoc*, Key, unsigned bucket)     store key (and bucket, where the entry keeps it)
+//   SetKey(Assoc*, Key, unsigned bucket)     store key (and bucket, where the entry keeps it); false
+//                                            when the key could not be copied
 //   SetBucket(Assoc*, unsigned)              refresh the stored bucket after a rehash
 //   BucketOf(const Map&, const Assoc*)       the entry's bucket, for iteration
 //   kInitClearsCount                         whether InitHashTable zeroes the count
@@ -154,10 +155,13 @@ struct Impl {
       if (m.m_nCount == 0) RemoveAll(m);  // an empty map holds no memory
       return nullptr;
     }
-    Traits::SetKey(a, key, bucket);
+    if (!Traits::SetKey(a, key, bucket)) {
+      FreeAssoc(m, a);  // releases everything again if the map is now empty
+      return nullptr;
+    }
     a->pNext = m.m_pHashTable[bucket];
     m.m_pHashTable[bucket] = a;
-    m.ExpandHashTable();
+    Expand(m);
     return a;
   }
 

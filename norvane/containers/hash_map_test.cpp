@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
+#include <string>
 #include <random>
 #include <unordered_map>
 #include <vector>
 
+#include "norvane/containers/map_bytestring_to_ptr.h"
 #include "norvane/containers/map_internal.h"
 #include "norvane/containers/map_ptr_to_ptr.h"
 #include "tests/support/test_mgr.h"
@@ -18,6 +21,7 @@ using kdtest::TestDefaultMgr;
 struct PtrMapCase {
   using Map = CKD_MapPtrToPtr;
   using ModelKey = uintptr_t;
+  static constexpr size_t kBlocksPerKey = 0;
   static void* Key(int i) { return reinterpret_cast<void*>(static_cast<uintptr_t>(i) * 24 + 0x7f0000001000); }
   static ModelKey Model(void* key) { return reinterpret_cast<uintptr_t>(key); }
   static bool Next(const Map& m, void*& position, ModelKey& key, void*& value) {
@@ -28,9 +32,24 @@ struct PtrMapCase {
   }
 };
 
+// String keys are copied into string records of their own.
+struct StringMapCase {
+  using Map = CKD_MapByteStringToPtr;
+  using ModelKey = std::string;
+  static constexpr size_t kBlocksPerKey = 1;
+  static CKD_ByteString Key(int i) { return CKD_ByteString(("key" + std::to_string(i)).c_str()); }
+  static ModelKey Model(const CKD_ByteString& key) { return std::string(key.c_str(), key.GetLength()); }
+  static bool Next(const Map& m, void*& position, ModelKey& key, void*& value) {
+    CKD_ByteString k;
+    m.GetNextAssoc(position, k, value);
+    key = Model(k);
+    return true;
+  }
+};
+
 template <class Case>
 class HashMapTest : public ::testing::Test {};
-using MapCases = ::testing::Types<PtrMapCase>;
+using MapCases = ::testing::Types<PtrMapCase, StringMapCase>;
 TYPED_TEST_SUITE(HashMapTest, MapCases);
 
 template <class Case>
@@ -81,9 +100,9 @@ TYPED_TEST(HashMapTest, MatchesUnorderedMapUnderRandomEdits) {
         ASSERT_EQ(contents.size(), model.size());
         for (auto& [k, v] : model) ASSERT_EQ(contents[k], v);
       }
-      // An emptied map holds no memory at all.
+      // An emptied map holds no memory at all (the test's own key aside).
       if (model.empty()) {
-        ASSERT_EQ(t.live_blocks(), 0u);
+        ASSERT_EQ(t.live_blocks(), Case::kBlocksPerKey);
       }
     }
   }
@@ -121,7 +140,8 @@ TYPED_TEST(HashMapTest, EntriesComeFromBlocksAndAreReused) {
   TestDefaultMgr t;
   typename Case::Map m(10);
   m[Case::Key(0)] = nullptr;
-  EXPECT_EQ(t.live_blocks(), 2u);  // the table and one block of 10 entries
+  const size_t keys = Case::kBlocksPerKey;
+  EXPECT_EQ(t.live_blocks(), 2u + keys);  // the table and one block of 10 entries
   std::vector<uintptr_t> addresses;
   for (int i = 1; i < 10; ++i) m[Case::Key(i)] = nullptr;
   for (int i = 0; i < 10; ++i) {
@@ -130,10 +150,12 @@ TYPED_TEST(HashMapTest, EntriesComeFromBlocksAndAreReused) {
   }
   // Entries are handed out in address order, one block after the other.
   for (int i = 1; i < 10; ++i) EXPECT_EQ(addresses[i] - addresses[i - 1], sizeof(typename Case::Map::CAssoc));
-  EXPECT_EQ(t.live_blocks(), 2u);
+  EXPECT_EQ(t.live_blocks(), 2u + 10 * keys);
+  size_t requests = t.sys().requests().size();
   m[Case::Key(10)] = nullptr;  // the 11th entry needs a second block
-  EXPECT_EQ(t.live_blocks(), 3u);
-  EXPECT_EQ(t.sys().requests().back(), 8 + 10 * sizeof(typename Case::Map::CAssoc));
+  EXPECT_EQ(t.live_blocks(), 3u + 11 * keys);
+  const auto& made = t.sys().requests();
+  EXPECT_NE(std::find(made.begin() + requests, made.end(), 8 + 10 * sizeof(typename Case::Map::CAssoc)), made.end());
 
   // A removed entry's storage is the first to be used again.
   EXPECT_TRUE(m.RemoveKey(Case::Key(4)));
@@ -165,6 +187,51 @@ TYPED_TEST(HashMapTest, FailedDoublingKeepsTheMapWorking) {
   void* v = nullptr;
   EXPECT_TRUE(m.Lookup(Case::Key(59), v));
   EXPECT_EQ(v, reinterpret_cast<void*>(59));
+}
+
+TEST(MapByteStringToPtr, HashesBucketsAndIteration) {
+  CKD_MapByteStringToPtr m(4);
+  EXPECT_EQ(m.HashKey("abc"), 96354u);
+  EXPECT_EQ(m.HashKey(""), 0u);
+  EXPECT_EQ(m.HashKey("\xFF"), 255u);  // bytes count as unsigned
+  unsigned int bucket = 99;
+  EXPECT_EQ(m.GetAssocAt("abc", bucket), nullptr);
+  EXPECT_EQ(bucket, 2u);
+  // Keys sharing bucket 2 of 16: the newest is found first when iterating.
+  std::vector<std::string> same;
+  for (int i = 0; same.size() < 2; ++i) {
+    std::string k = "k" + std::to_string(i);
+    if (m.HashKey(k.c_str()) % 16 == 2) same.push_back(k);
+  }
+  m[same[0].c_str()] = &bucket;
+  m[same[1].c_str()] = &m;
+  void* pos = m.GetStartPosition();
+  EXPECT_EQ(m.GetNextValue(pos), &m);
+  EXPECT_EQ(m.GetNextValue(pos), &bucket);
+  EXPECT_EQ(pos, nullptr);
+  // Keys are copies; each entry keeps its bucket, refreshed when the table doubles.
+  std::string scratch = "temporary";
+  m[scratch.c_str()] = nullptr;
+  scratch[0] = 'T';
+  void* v;
+  EXPECT_TRUE(m.Lookup("temporary", v));
+  for (int i = 0; i < 40; ++i) m[("x" + std::to_string(i)).c_str()] = nullptr;
+  EXPECT_EQ(m.GetHashTableSize(), 64u);
+  pos = m.GetStartPosition();
+  while (pos) {
+    CKD_MapByteStringToPtr::CAssoc* a = m.GetCurrentAssoc(pos);
+    ASSERT_EQ(a->nBucket, m.HashKey(a->key) % 64);
+  }
+  // InitHashTable on this map leaves the count as it is.
+  m.RemoveAll();
+  m["one"] = nullptr;
+  CKD_MapByteStringToPtr::CAssoc* orphan = m.GetAssocAt("one", bucket);
+  m.InitHashTable(32, true);
+  EXPECT_EQ(m.GetCount(), 1);
+  EXPECT_EQ(m.GetHashTableSize(), 32u);
+  EXPECT_FALSE(m.Lookup("one", v));  // its entry is no longer in the table
+  orphan->key.Empty();  // so nothing can release its key any more; the test does
+  m.RemoveAll();
 }
 
 TEST(MapPtrToPtr, HashesAndBuckets) {

@@ -17,7 +17,10 @@ struct PtrTraits {
   static bool Matches(const Assoc* a, Key key) { return a->key == key; }
   static void InitEntry(Assoc* a) { a->value = nullptr; }
   static void DestroyKey(Assoc*) {}
-  static void SetKey(Assoc* a, Key key, unsigned int) { a->key = key; }
+  static bool SetKey(Assoc* a, Key key, unsigned int) {
+    a->key = key;
+    return true;
+  }
   static void SetBucket(Assoc*, unsigned int) {}
   static unsigned int BucketOf(const Map& m, const Assoc* a) {
     return kdmap::Bucket(m.HashKey(a->key), m.GetHashTableSize());
@@ -28,7 +31,7 @@ using Impl = kdmap::Impl<PtrTraits>;
 
 }  // namespace
 
-struct KDMapLayout {
+struct KDMapPtrToPtrLayout {
   static_assert(offsetof(CKD_MapPtrToPtr, m_pAllocator) == 0 && offsetof(CKD_MapPtrToPtr, m_pHashTable) == 8 &&
                     offsetof(CKD_MapPtrToPtr, m_nHashTableSize) == 16 && offsetof(CKD_MapPtrToPtr, m_nCount) == 20 &&
                     offsetof(CKD_MapPtrToPtr, m_pFreeList) == 24 && offsetof(CKD_MapPtrToPtr, m_pBlocks) == 32 &&

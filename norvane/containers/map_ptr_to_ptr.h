@@ -113,7 +113,7 @@ class NORVANE_API CKD_MapPtrToPtr : public CKD_Object {
   bool ExpandHashTable();
   template <class Traits>
   friend struct kdmap::Impl;
-  friend struct KDMapLayout;
+  friend struct KDMapPtrToPtrLayout;
 };
 
 static_assert(sizeof(CKD_MapPtrToPtr::CAssoc) == 24, "pointer map entries are three words");
