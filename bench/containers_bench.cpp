@@ -2,6 +2,7 @@
 // std::vector<int>. Keys are the addresses of live 16-byte heap blocks, as a map of objects sees.
 // Run: build/release/bench/containers_bench
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -164,4 +165,12 @@ BENCHMARK(BM_ArrayTemplateAdd);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+// Large blocks stay in the heap for the whole run, so that both sides reuse memory instead of
+// paying the kernel for fresh pages in some repetitions and not in others.
+int main(int argc, char** argv) {
+  mallopt(M_MMAP_THRESHOLD, 64 << 20);
+  mallopt(M_TRIM_THRESHOLD, 256 << 20);
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}

@@ -4,7 +4,8 @@
 
 #include "norvane/config.h"
 
-// Memory managers and object bases.
+// Memory managers, pools and object bases.
+#include "norvane/memory/grow_only_pool.h"
 #include "norvane/memory/memory_mgr.h"
 #include "norvane/memory/object.h"
 
@@ -26,7 +27,18 @@
 #include "norvane/crypto/aes.h"
 #include "norvane/crypto/sha.h"
 // Strings and text.
+#include "norvane/text/binary_buf.h"
 #include "norvane/text/byte_string.h"
+#include "norvane/text/char_map.h"
+#include "norvane/text/charset.h"
+#include "norvane/text/code_page.h"
+#include "norvane/text/code_page_convert.h"
+#include "norvane/text/string_buf.h"
+#include "norvane/text/string_l.h"
+#include "norvane/text/text_buf.h"
+#include "norvane/text/utf16.h"
+#include "norvane/text/utf8.h"
+#include "norvane/text/utf8_coder.h"
 #include "norvane/text/wide_string.h"
 
 #endif  // NORVANE_NORVANE_H_

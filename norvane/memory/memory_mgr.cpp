@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "norvane/memory/memory_internal.h"
+#include "norvane/memory/py_mgr_internal.h"
 #include "norvane/runtime/kdcrt_system_internal.h"
 
 namespace kdmem {
@@ -168,8 +169,13 @@ void KDMEM_DestroyNorvaneMgr(CKD_MemoryMgr* mgr) {
   void* extra = mgr->m_pExtraBuffer;
   _KDMEM_SystemMgr* sys = mgr->m_pSystemMgr;
   if (sys->CollectAll) sys->CollectAll(sys);
-  // The pool manager's record lives in static storage and is never returned.
-  if (mgr->m_Type != CKD_MemoryMgr::TypePool && mgr->m_bOwned) sys->Free(sys, mgr, 0);
+  if (mgr->m_Type == CKD_MemoryMgr::TypePool) {
+    // The pool manager's record lives inside the pool manager: discard the pools (under their
+    // mutex) and keep the record.
+    if (CKDMEM_PyMgr* pools = CKDMEM_PyMgr::FromSystemMgr(sys)) pools->Discard();
+  } else if (mgr->m_bOwned) {
+    sys->Free(sys, mgr, 0);
+  }
   if (extra) free(extra);
 }
 

@@ -163,9 +163,29 @@ extern NORVANE_API size_t KD_DEFAULT_MMAP_SIZE;
 // from sys itself; null when sys is null or the record cannot be had.
 NORVANE_API CKD_MemoryMgr* KDMEM_CreateNorvaneMgr(_KDMEM_SystemMgr* sys);
 // KDMEM_DestroyNorvaneMgr runs the system manager's CollectAll, returns an owned record through
-// the system manager's Free and finally frees the extra buffer with the system heap. Null is
-// ignored. Destroying the current default leaves a dangling default: reset it first.
+// the system manager's Free and finally frees the extra buffer with the system heap. The pool
+// manager's record (TypePool) is not freed: its pools are discarded instead (see
+// KDMEM_CreatePyMgr). Null is ignored. Destroying the current default leaves a dangling default:
+// reset it first.
 NORVANE_API void KDMEM_DestroyNorvaneMgr(CKD_MemoryMgr* mgr);
+// KDMEM_CreatePyMgr sets up the process's small-object pool manager and returns its manager
+// (TypePool, no debugger, no handler), which lives in static storage; install it with
+// KDMEM_SetDefaultMgr. Requests of 1 to 1024 bytes come from 16-byte-granular pools in 256 KiB
+// arenas taken from the system heap; all others go to the static default manager over the system
+// heap (whose debugger and handler are told of them, then this manager's own). Every call is
+// serialised by one recursive mutex. A reallocation that fits the block and keeps more than three
+// quarters of it returns the same block.
+//
+// Destroying the manager discards the pools: later requests all go to the system heap, while
+// blocks already pooled can still be freed. After that, shrinking a pooled block (or, at any
+// time, reallocating one to 0 bytes) copies the whole old block into the new one: don't.
+//
+// Calling it again starts the single instance afresh and abandons every block and arena it held:
+// call it once.
+NORVANE_API CKD_MemoryMgr* KDMEM_CreatePyMgr();
+// KDMEM_SetPyConfig is where pool settings would go; the pools' geometry is fixed, so it accepts
+// any option and value, changes nothing and returns 0.
+NORVANE_API int KDMEM_SetPyConfig(int option, size_t value);
 // KDMEM_GetDefaultMgr returns the default manager.
 NORVANE_API CKD_MemoryMgr* KDMEM_GetDefaultMgr();
 // KDMEM_SetDefaultMgr installs mgr as the default without checks (null is accepted; default

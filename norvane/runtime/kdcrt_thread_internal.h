@@ -4,6 +4,10 @@
 #define NORVANE_RUNTIME_KDCRT_THREAD_INTERNAL_H_
 
 #include <cstdint>
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#define NORVANE_HAS_SINGLE_THREADED 1
+#endif
 
 #include "norvane/runtime/sync.h"
 #include "norvane/runtime/thread.h"
@@ -32,6 +36,18 @@ void KDCRT_Mutex_Destroy(KD_MUTEX* mutex);
 bool KDCRT_Mutex_TryLock(KD_MUTEX* mutex);
 void KDCRT_Mutex_Lock(KD_MUTEX* mutex);
 void KDCRT_Mutex_Unlock(KD_MUTEX* mutex);
+
+// KDCRT_IsSingleThreaded is true while the process has had no second thread; false once it has,
+// or where the C library does not say. Only the calling thread can change the answer (by starting
+// a thread), so a lock that serialises threads may be skipped while it is true, for work during
+// which nothing can start a thread.
+inline bool KDCRT_IsSingleThreaded() {
+#ifdef NORVANE_HAS_SINGLE_THREADED
+  return __libc_single_threaded != 0;
+#else
+  return false;
+#endif
+}
 
 bool KDCRT_SpinLock_Initialize(int32_t* lock);
 void KDCRT_SpinLock_Destroy(int32_t* lock);

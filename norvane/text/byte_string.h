@@ -31,6 +31,9 @@
 #include "norvane/config.h"
 
 class CKD_ByteString;
+class CKD_WideString;
+class CKD_BinaryBuf;
+struct CKD_CharMap;
 namespace kdtext {
 struct StringAccess;
 }
@@ -299,6 +302,20 @@ class NORVANE_API CKD_ByteString {
   static CKD_ByteString FormatInteger(int value, unsigned flags = 0);
   // FormatInteger64 prints value in signed decimal.
   static CKD_ByteString FormatInteger64(long long value);
+  // Conversions (declared here, built with the buffers, UTF-8 and character maps).
+  //
+  // operator= from a buffer copies its bytes (AssignCopy).
+  CKD_ByteString& operator=(const CKD_BinaryBuf& buf);
+  // UTF8Decode decodes the bytes as UTF-8 by CKD_UTF8Decoder's rules (utf8_coder.h).
+  CKD_WideString UTF8Decode() const;
+  // ConvertFrom replaces the contents with str converted by map's wide-to-byte conversion; a
+  // null map is the default map (current locale, char_map.h).
+  void ConvertFrom(const CKD_WideString& str, CKD_CharMap* map = nullptr);
+  // FromUnicode converts len characters of text (negative: to the terminator), or str, with the
+  // default map.
+  static CKD_ByteString FromUnicode(const wchar_t* text, int len = -1);
+  static CKD_ByteString FromUnicode(const CKD_WideString& str);
+
   // LoadFromFile returns the whole contents of the file at path; the empty string when the file
   // cannot be opened or read, or holds 2 GiB or more.
   static CKD_ByteString LoadFromFile(const CKD_ByteStringC& path);

@@ -228,6 +228,17 @@ class NORVANE_API CKD_WideString {
   // WStringLength counts the 16-bit units before the first 0 (0 for null).
   static int WStringLength(const unsigned short* text);
 
+  // UTF8Encode returns the characters as UTF-8 (KD_UTF8Encode, utf8_coder.h).
+  CKD_ByteString UTF8Encode() const;
+  // FromUTF8 decodes len bytes of text (negative: to the first 0 byte) by CKD_UTF8Decoder's
+  // rules; a null text or len 0 gives the null string.
+  static CKD_WideString FromUTF8(const char* text, int len = -1);
+  // ConvertFrom replaces the contents with str converted by map's byte-to-wide conversion; a null
+  // map is the default map (current locale, char_map.h).
+  void ConvertFrom(const CKD_ByteString& str, CKD_CharMap* map = nullptr);
+  // FromLocal converts len bytes of text (negative: to the terminator) with the default map.
+  static CKD_WideString FromLocal(const char* text, int len = -1);
+
  private:
   friend struct kdtext::StringAccess;
 

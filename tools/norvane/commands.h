@@ -38,6 +38,7 @@ int RunSha256Sum(int argc, char** argv);
 int RunSha384Sum(int argc, char** argv);
 int RunSha512Sum(int argc, char** argv);
 int RunAesCbc(int argc, char** argv);
+int RunIconv(int argc, char** argv);
 
 }  // namespace nvtool
 

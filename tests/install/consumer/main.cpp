@@ -16,6 +16,14 @@ int main() {
   CKD_WideString w(L"wide");
   ok = ok && shared == "key=value" && s.Find("y") == 2 && KD_HashCode_String_GetA(s) == 106079u &&
        w.UTF16LE_Encode(false).GetLength() == 8;
+  // Exported tables, classes and conversions.
+  IKD_CodePage* page = IKD_CodePage::Create(1252);
+  ok = ok && page && page->GetUnicode(0x80) == 0x20AC && KD_GetCodePage(1252)->m_pHeader == &g_CP1252_MapHeader &&
+       CKD_WideString::FromUTF8("\xC3\xA9").GetLength() == 1 && KD_GetCodePageFromStringA("gbk") == 936;
+  if (page) page->Release();
+  CKD_ByteTextBuf text;
+  text << CKD_ByteStringC("n=") << 42;
+  ok = ok && text.GetByteString() == CKD_ByteStringC("n=42");
   std::printf(ok ? "consumer ok\n" : "consumer FAILED\n");
   return ok ? 0 : 1;
 }

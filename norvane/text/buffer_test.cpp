@@ -1,0 +1,268 @@
+#include "norvane/text/binary_buf.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "norvane/text/string_buf.h"
+#include "norvane/text/string_l.h"
+#include "norvane/text/text_buf.h"
+#include "tests/support/test_mgr.h"
+
+namespace {
+
+using kdtest::TestDefaultMgr;
+
+// An IKD_Allocator over malloc that counts its calls and can be made to fail.
+struct CountingAllocator {
+  IKD_Allocator table{};
+  int allocs = 0, reallocs = 0, frees = 0;
+  bool fail = false;
+  CountingAllocator() {
+    table.m_Alloc = [](IKD_Allocator* a, size_t size) -> void* {
+      CountingAllocator* self = reinterpret_cast<CountingAllocator*>(a);
+      if (self->fail) return nullptr;
+      ++self->allocs;
+      return malloc(size);
+    };
+    table.m_Realloc = [](IKD_Allocator* a, void* p, size_t size) -> void* {
+      CountingAllocator* self = reinterpret_cast<CountingAllocator*>(a);
+      if (self->fail) return nullptr;
+      ++self->reallocs;
+      return realloc(p, size);
+    };
+    table.m_Free = [](IKD_Allocator* a, void* p) {
+      ++reinterpret_cast<CountingAllocator*>(a)->frees;
+      free(p);
+    };
+  }
+  IKD_Allocator* get() { return &table; }
+};
+
+std::string Bytes(const CKD_BinaryBuf& b) {
+  return std::string(reinterpret_cast<const char*>(b.GetBuffer()), static_cast<size_t>(b.GetSize()));
+}
+
+TEST(BinaryBuf, GrowthRule) {
+  TestDefaultMgr t;
+  {
+    CKD_BinaryBuf b;
+    ASSERT_TRUE(b.AppendByte(1));
+    EXPECT_EQ(b.GetAllocSize(), 128);  // at least 128
+    ASSERT_TRUE(b.AppendFill(2, 127));
+    EXPECT_EQ(b.GetAllocSize(), 128);
+    ASSERT_TRUE(b.AppendByte(3));
+    EXPECT_EQ(b.GetAllocSize(), 256);  // 129 rounded up to the step of 128
+    ASSERT_TRUE(b.EstimateSize(1000));
+    EXPECT_EQ(b.GetAllocSize(), 1024);  // step max(256 / 4, 128) = 128
+    ASSERT_TRUE(b.AppendFill(0, 1024 - b.GetSize() + 1));
+    EXPECT_EQ(b.GetAllocSize(), 1280);  // step 1024 / 4 = 256
+    EXPECT_EQ(t.sys().requests().front(), 128u);
+
+    // A fixed step.
+    CKD_BinaryBuf s;
+    ASSERT_TRUE(s.EstimateSize(10, 1000));
+    EXPECT_EQ(s.GetAllocSize(), 1000);
+    ASSERT_TRUE(s.AppendFill(7, 1001));
+    EXPECT_EQ(s.GetAllocSize(), 2000);
+    EXPECT_TRUE(s.EstimateSize(5));  // fits: nothing changes but the step
+    EXPECT_EQ(s.GetAllocStep(), 0);
+
+    // Growth failure keeps the old contents and sizes.
+    t.sys().FailAll(true);
+    EXPECT_FALSE(b.AppendFill(9, 5000));
+    EXPECT_FALSE(b.AppendBlock("x", 1) && b.GetSize() > 1280);
+    EXPECT_EQ(b.GetAllocSize(), 1280);
+    EXPECT_EQ(b.GetBuffer()[0], 1);
+    CKD_BinaryBuf none(64);
+    EXPECT_EQ(none.GetBuffer(), nullptr);
+    EXPECT_EQ(none.GetSize(), 0);
+    t.sys().FailAll(false);
+  }
+  EXPECT_EQ(t.live_blocks(), 0u);
+  EXPECT_GT(t.oom().calls, 0);
+}
+
+TEST(BinaryBuf, Editing) {
+  CKD_BinaryBuf b;
+  ASSERT_TRUE(b.CopyData("hello world!", 12));
+  b.Delete(5, 10);  // past the end: nothing
+  EXPECT_EQ(Bytes(b), "hello world!");
+  b.Delete(-1, 2);
+  EXPECT_EQ(b.GetSize(), 12);
+  b.Delete(5, 6);
+  EXPECT_EQ(Bytes(b), "hello!");
+  ASSERT_TRUE(b.InsertBlock(5, ", you", 5));
+  EXPECT_EQ(Bytes(b), "hello, you!");
+  ASSERT_TRUE(b.InsertBlock(0, nullptr, 2));  // room opened, not written
+  EXPECT_EQ(b.GetSize(), 13);
+  ASSERT_TRUE(b.AppendBlock(nullptr, 10));
+  EXPECT_EQ(b.GetSize(), 23);
+  ASSERT_TRUE(b.CopyData(nullptr, 0));
+  EXPECT_EQ(b.GetSize(), 0);
+  EXPECT_GT(b.GetAllocSize(), 0);  // memory kept
+  EXPECT_FALSE(b.AppendBlock("x", -1));
+  b.CopyData("abc", 3);
+  CKD_ByteStringC view = b.GetByteString();
+  EXPECT_EQ(view.GetLength(), 3);
+  EXPECT_EQ(view.GetPtr(), b.GetBuffer());
+  CKD_ByteString s;
+  s = b;
+  EXPECT_TRUE(s == "abc");
+  b.Clear();
+  EXPECT_EQ(b.GetSize(), 0);
+}
+
+TEST(BinaryBuf, OwnershipTransfers) {
+  CountingAllocator a;
+  {
+    CKD_BinaryBuf src(a.get()), dst(a.get());
+    ASSERT_TRUE(src.AppendBlock("0123456789", 10));
+    EXPECT_EQ(src.GetAllocSize(), 128);
+    dst.TakeOver(src);
+    EXPECT_EQ(dst.GetSize(), 10);
+    EXPECT_EQ(dst.GetAllocSize(), 10);  // the data size, not the allocation
+    EXPECT_EQ(src.GetBuffer(), nullptr);
+    EXPECT_EQ(src.GetSize(), 0);
+    EXPECT_EQ(src.GetAllocSize(), 0);
+    int reallocs = a.reallocs;
+    ASSERT_TRUE(dst.AppendByte('!'));
+    EXPECT_EQ(a.reallocs, reallocs + 1);
+
+    uint8_t* block = dst.GetBuffer();
+    dst.DetachBuffer();
+    EXPECT_EQ(dst.GetBuffer(), nullptr);
+    EXPECT_EQ(dst.GetSize(), 0);
+    EXPECT_EQ(dst.GetAllocSize(), 128);  // left as it was
+    ASSERT_TRUE(dst.AppendByte('x'));    // a detached buffer makes a new block
+    EXPECT_NE(dst.GetBuffer(), nullptr);
+    a.table.m_Free(a.get(), block);
+
+    void* adopted = a.table.m_Alloc(a.get(), 4);
+    memcpy(adopted, "wxyz", 4);
+    dst.AttachData(adopted, 4);
+    EXPECT_EQ(Bytes(dst), "wxyz");
+    EXPECT_EQ(dst.GetAllocSize(), 4);
+
+    CKD_ByteStringL l;
+    dst.GetByteStringL(l);
+    EXPECT_STREQ(l.c_str(), "wxyz");
+    l.Empty(a.get());
+
+    a.fail = true;
+    EXPECT_FALSE(dst.AppendByte('!'));
+    EXPECT_EQ(Bytes(dst), "wxyz");
+    a.fail = false;
+  }
+  EXPECT_EQ(a.allocs, a.frees);
+}
+
+TEST(TextBuf, ByteAndWide) {
+  CKD_ByteTextBuf b;
+  b << CKD_ByteStringC("n=") << -42 << ' ' << 4000000000u << ',' << -9000000000LL;
+  EXPECT_EQ(Bytes(b), "n=-42" "32" "4000000000" "44" "-9000000000");  // a char goes in as an int
+  CKD_ByteTextBuf c;
+  c << CKD_ByteStringC("ab");
+  c << c;
+  c << b;
+  EXPECT_EQ(c.GetLength(), 4 + b.GetLength());
+  c = CKD_ByteStringC("new");
+  EXPECT_EQ(Bytes(c), "new");
+
+  CKD_WideTextBuf w;
+  w << -42;
+  ASSERT_EQ(w.GetLength(), 3);
+  EXPECT_EQ(w.GetChars()[0], L'-');
+  EXPECT_EQ(w.GetChars()[2], L'2');
+  w << L"ab" << CKD_WideString(L"\u00E9") << CKD_WideStringC(L"cd", 1) << static_cast<const wchar_t*>(nullptr);
+  EXPECT_TRUE(w.AppendChar(0x1F600));
+  EXPECT_EQ(w.GetSize(), 4 * 8);
+  CKD_WideStringC view = w.GetWideString();
+  EXPECT_EQ(std::wstring(view.GetPtr(), 8), std::wstring(L"-42ab\u00E9c") + static_cast<wchar_t>(0x1F600));
+  w << w;
+  EXPECT_EQ(w.GetLength(), 16);
+  CKD_WideStringL l;
+  w.GetWideStringL(l);
+  EXPECT_EQ(l.GetLength(), 16);
+  l.Empty(nullptr);
+  w = CKD_WideStringC(L"x");
+  EXPECT_EQ(w.GetLength(), 1);
+
+  TestDefaultMgr t;
+  CKD_ByteTextBuf f;
+  CKD_WideTextBuf g;
+  t.sys().FailAll(true);
+  f << CKD_ByteStringC("abc") << 12;
+  g << L"abc" << 7;
+  EXPECT_FALSE(g.AppendChar(L'x'));
+  EXPECT_EQ(f.GetLength(), 0);
+  EXPECT_EQ(g.GetLength(), 0);
+  t.sys().FailAll(false);
+}
+
+TEST(StringBuf, FixedCapacity) {
+  CKD_StringBuf<8> s;
+  EXPECT_EQ(s.GetLimit(), 8);
+  // The characters follow the two counts.
+  EXPECT_EQ(static_cast<const void*>(s.GetBuffer()), static_cast<const void*>(reinterpret_cast<const char*>(&s) + 8));
+  s.Copy("abc");
+  s.Append(-255, CKD_ByteString::FORMAT_SIGNED);
+  EXPECT_EQ(std::string(s.GetBuffer(), static_cast<size_t>(s.GetSize())), "abc-255");
+  s.Append(255, CKD_ByteString::FORMAT_HEX | CKD_ByteString::FORMAT_UPPERCASE);  // cut at the limit
+  EXPECT_EQ(std::string(s.GetBuffer(), static_cast<size_t>(s.GetSize())), "abc-255F");
+  s.Append("more");  // full: nothing, silently
+  EXPECT_EQ(s.GetSize(), 8);
+  s.Copy("0123456789");
+  EXPECT_EQ(std::string(s.GetBuffer(), 8), "01234567");
+  CKD_StringBuf<24> h;
+  h.Append(-1, 0);
+  h.Append(-1, CKD_ByteString::FORMAT_HEX);
+  EXPECT_EQ(std::string(h.GetBuffer(), static_cast<size_t>(h.GetSize())), "4294967295ffffffff");
+  CKD_StringBuf<8> copy(s);
+  EXPECT_EQ(copy.GetSize(), 8);
+}
+
+TEST(StringL, AllocatorBound) {
+  CountingAllocator a;
+  CKD_ByteStringL b;
+  b.Set("hello", a.get());
+  EXPECT_STREQ(b.c_str(), "hello");
+  EXPECT_EQ(b.GetLength(), 5);
+  char* p = b.AllocBuffer(3, a.get());
+  ASSERT_NE(p, nullptr);
+  EXPECT_EQ(p[3], 0);
+  b.Set(CKD_ByteStringC(), a.get());
+  EXPECT_TRUE(b.IsEmpty());
+  EXPECT_EQ(b.GetPtr(), nullptr);
+  a.fail = true;
+  EXPECT_EQ(b.AllocBuffer(3, a.get()), nullptr);
+  b.Set("x", a.get());
+  EXPECT_TRUE(b.IsEmpty());
+  a.fail = false;
+
+  CKD_WideStringL w;
+  w.Set(L"  42 \t ", a.get());
+  EXPECT_EQ(w.GetLength(), 7);
+  w.TrimRight(L" \t");
+  EXPECT_EQ(w.GetLength(), 4);
+  EXPECT_EQ(w.GetInteger(), 0);  // leading blanks are not skipped
+  w.Set(L"-17x", a.get());
+  EXPECT_EQ(w.GetInteger(), -17);
+  w.TrimRight(L"-17x");
+  EXPECT_EQ(w.GetLength(), 0);
+  EXPECT_NE(w.GetPtr(), nullptr);  // memory kept
+  EXPECT_EQ(w.GetPtr()[0], 0);
+  w.TrimRight(nullptr);
+  w.Empty(a.get());
+  EXPECT_EQ(w.GetInteger(), 0);
+  EXPECT_EQ(a.allocs, a.frees);
+
+  TestDefaultMgr t;
+  CKD_WideStringL d;
+  d.Set(L"abc", nullptr);
+  EXPECT_EQ(t.sys().requests().back(), 16u);  // 4 units of 4 bytes from the default manager
+  d.Empty(nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,270 @@
+#include "norvane/text/code_page.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "norvane/text/byte_string.h"
+#include "norvane/text/charset.h"
+#include "norvane/text/charset_internal.h"
+#include "norvane/text/code_page_internal.h"
+
+namespace {
+
+const uint16_t kPages[] = {874, 932, 936, 949, 950, 1250, 1251, 1252, 1253, 1254, 1255, 1256, 1257, 1258};
+
+struct PageRef {
+  IKD_CodePage* page;
+  explicit PageRef(uint16_t number) : page(IKD_CodePage::Create(number)) {}
+  ~PageRef() {
+    if (page) page->Release();
+  }
+  IKD_CodePage* operator->() const { return page; }
+};
+
+// The virtual slot of a pointer to a virtual member function, from its Itanium C++ ABI
+// representation (on ARM the virtual flag sits in the adjustment word instead).
+template <typename F>
+long SlotOf(F f) {
+  struct {
+    uintptr_t ptr;
+    intptr_t adj;
+  } rep;
+  static_assert(sizeof(F) == sizeof(rep), "member function pointers are two words");
+  memcpy(&rep, &f, sizeof rep);
+#if defined(__aarch64__) || defined(__arm__)
+  return (rep.adj & 1) ? static_cast<long>(rep.ptr / sizeof(void*)) : -1;
+#else
+  return (rep.ptr & 1) ? static_cast<long>((rep.ptr - 1) / sizeof(void*)) : -1;
+#endif
+}
+
+struct CodePageProbe : IKD_CodePage {
+  virtual void After() {}
+};
+struct CodePageMgrProbe : IKD_CodePageMgr {
+  virtual void After() {}
+};
+
+TEST(CodePage, VirtualSlotOrder) {
+  EXPECT_EQ(SlotOf(&IKD_CodePage::Release), 0);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetCodePageNumber), 1);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetCodeSystemType), 2);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::HasLeadByte), 3);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::IsLeadByte), 4);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetMinBytesPerChar), 5);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetMaxBytesPerChar), 6);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetMinCharcode), 7);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetMaxCharcode), 8);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetDefCharcode), 9);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetMinUnicode), 10);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetMaxUnicode), 11);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetDefUnicode), 12);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::IsValidCharcode), 13);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetUnicode), 14);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::IsValidUnicode), 15);
+  EXPECT_EQ(SlotOf(&IKD_CodePage::GetCharcode), 16);
+  // The destructor's two entries come last: a function a derived class adds lands after them.
+  EXPECT_EQ(SlotOf(&CodePageProbe::After), 19);
+
+  EXPECT_EQ(SlotOf(&IKD_CodePageMgr::Release), 0);
+  EXPECT_EQ(SlotOf(&IKD_CodePageMgr::GetDefaultCodePage), 1);
+  EXPECT_EQ(SlotOf(&IKD_CodePageMgr::IsValidCodePage), 2);
+  EXPECT_EQ(SlotOf(&IKD_CodePageMgr::CreateCodePage), 3);
+  EXPECT_EQ(SlotOf(&CodePageMgrProbe::After), 6);
+}
+
+TEST(CodePage, RegistryAndManager) {
+  for (uint16_t number : kPages) {
+    const KD_CodePage_Entry* e = KD_GetCodePage(number);
+    ASSERT_NE(e, nullptr) << number;
+    EXPECT_EQ(e->m_pHeader->m_wCodePage, number);
+  }
+  for (int i = 1; i < kdtext::kCodePageCount; ++i)
+    EXPECT_LT(kdtext::g_CodePageRegistry[i - 1].m_pHeader->m_wCodePage,
+              kdtext::g_CodePageRegistry[i].m_pHeader->m_wCodePage);
+  for (uint16_t number : {0, 437, 873, 875, 1200, 1201, 1249, 1259, 65001, 65535})
+    EXPECT_EQ(KD_GetCodePage(static_cast<uint16_t>(number)), nullptr) << number;
+  EXPECT_EQ(KD_GetCodePage(1252)->m_pCUMap, &g_CP1252_CUMap);
+  EXPECT_EQ(IKD_CodePage::Create(437), nullptr);
+
+  IKD_CodePageMgr* mgr = IKD_CodePageMgr::Create();
+  ASSERT_NE(mgr, nullptr);
+  EXPECT_EQ(mgr->GetDefaultCodePage(), 1252);
+  EXPECT_TRUE(mgr->IsValidCodePage(950));
+  EXPECT_FALSE(mgr->IsValidCodePage(65001));
+  IKD_CodePage* page = mgr->CreateCodePage(1251);
+  ASSERT_NE(page, nullptr);
+  EXPECT_EQ(page->GetCodePageNumber(), 1251);
+  page->Release();
+  EXPECT_EQ(mgr->CreateCodePage(1), nullptr);
+  mgr->Release();
+}
+
+TEST(CodePage, HeaderFields) {
+  PageRef p1252(1252), p936(936);
+  EXPECT_EQ(p1252->GetCodeSystemType(), static_cast<uint32_t>(KD_CODESYSTEM_SBCS));
+  EXPECT_FALSE(p1252->HasLeadByte());
+  EXPECT_EQ(p1252->GetMinBytesPerChar(), 1);
+  EXPECT_EQ(p1252->GetMaxBytesPerChar(), 1);
+  EXPECT_EQ(p1252->GetMinCharcode(), 0u);
+  EXPECT_EQ(p1252->GetMaxCharcode(), 255u);
+  EXPECT_EQ(p1252->GetDefCharcode(), 0x3Fu);
+  EXPECT_EQ(p1252->GetMinUnicode(), 0u);
+  EXPECT_EQ(p1252->GetMaxUnicode(), 0x2122u);
+  EXPECT_EQ(p1252->GetDefUnicode(), 0x3Fu);
+  EXPECT_EQ(p936->GetCodeSystemType(), static_cast<uint32_t>(KD_CODESYSTEM_DBCS));
+  EXPECT_TRUE(p936->HasLeadByte());
+  EXPECT_EQ(p936->GetMaxBytesPerChar(), 2);
+  EXPECT_EQ(p936->GetMaxCharcode(), 0xFE4Fu);
+  EXPECT_EQ(p936->GetMaxUnicode(), 0xFFE5u);
+  const uint8_t* raw = reinterpret_cast<const uint8_t*>(&g_CP936_MapHeader);
+  EXPECT_EQ(raw[0] | raw[1] << 8, 936);  // little-endian, at offset 0
+  EXPECT_EQ(raw[8], 1);                  // has lead bytes
+  // Every page ends its Unicode-to-code index with the sentinel the inclusive search reads.
+  for (uint16_t number : kPages) {
+    const KD_CodePage_UCMap* uc = KD_GetCodePage(number)->m_pUCMap;
+    EXPECT_EQ(uc->_UCMapIndex[uc->m_dwCount].m_wFirst, 0xFFFF) << number;
+    for (uint32_t i = 1; i < uc->m_dwCount; ++i)
+      ASSERT_GT(uc->_UCMapIndex[i].m_wFirst, uc->_UCMapIndex[i - 1].m_wLast) << number;
+  }
+}
+
+// Every code the tables map goes to Unicode and back, and every Unicode value with a code comes
+// back to itself; duplicates (one character, several codes) come back to the canonical code.
+TEST(CodePage, EveryMappingRoundTrips) {
+  const int kExpectedCodes[] = {225, 7915, 21920, 17176, 13631, 251, 255, 251, 239, 249, 233, 256, 244, 247};
+  // 932 repeats characters in its NEC and IBM rows; 950 repeats ten.
+  const int kDuplicates[] = {0, 398, 0, 0, 10, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+  for (size_t k = 0; k < sizeof(kPages) / sizeof(kPages[0]); ++k) {
+    PageRef page(kPages[k]);
+    int mapped = 0, duplicates = 0;
+    for (uint32_t code = 0; code < 0x10000; ++code) {
+      if (code >= 256 && !page->IsLeadByte(static_cast<uint8_t>(code >> 8))) continue;
+      wchar_t u = page->GetUnicode(static_cast<uint16_t>(code));
+      ASSERT_EQ(page->IsValidCharcode(static_cast<uint16_t>(code)), u != 0xFEFF);
+      if (u == 0xFEFF) continue;
+      ++mapped;
+      uint32_t back = page->GetCharcode(u);
+      ASSERT_NE(back & 0xFFFF, 0xFEFFu) << kPages[k] << " " << code;
+      ASSERT_NE(back, 0xFFFFu) << kPages[k] << " " << code;
+      ASSERT_EQ(page->GetUnicode(static_cast<uint16_t>(back)), u) << kPages[k] << " " << code;
+      if (back != code) ++duplicates;
+    }
+    EXPECT_EQ(mapped, kExpectedCodes[k]) << kPages[k];
+    EXPECT_EQ(duplicates, kDuplicates[k]) << kPages[k];
+    int reached = 0;
+    for (uint32_t u = 0; u < 0x10000; ++u) {
+      uint32_t code = page->GetCharcode(static_cast<wchar_t>(u));
+      if (code == 0xFEFF || code == 0xFFFF) {
+        EXPECT_TRUE(code == 0xFFFF || !page->IsValidUnicode(static_cast<wchar_t>(u)));
+        continue;
+      }
+      ++reached;
+      ASSERT_EQ(page->GetUnicode(static_cast<uint16_t>(code)), static_cast<wchar_t>(u)) << kPages[k] << " " << u;
+    }
+    EXPECT_EQ(reached, mapped - duplicates) << kPages[k];
+    // Beyond 16 bits nothing is covered.
+    EXPECT_EQ(page->GetCharcode(0x10041), 0xFFFFu);
+    EXPECT_EQ(page->GetCharcode(static_cast<wchar_t>(-1)), 0xFFFFu);
+  }
+}
+
+TEST(CodePage, PublishedCharacters) {
+  struct Known {
+    uint16_t page, code;
+    wchar_t unicode;
+  };
+  const Known kKnown[] = {
+      {874, 0x80, 0x20AC},    {874, 0xA1, 0x0E01},    {874, 0xDF, 0x0E3F},    {932, 0x82A0, 0x3042},
+      {932, 0x88EA, 0x4E00},  {932, 0x8140, 0x3000},  {932, 0xA1, 0xFF61},    {932, 0x5C, 0x5C},
+      {936, 0x80, 0x20AC},    {936, 0xB0A1, 0x554A},  {936, 0xD2BB, 0x4E00},  {936, 0x8140, 0x4E02},
+      {949, 0xB0A1, 0xAC00},  {949, 0x8141, 0xAC02},  {949, 0xA1A1, 0x3000},  {949, 0xECE9, 0x4E00},
+      {950, 0xA440, 0x4E00},  {950, 0xA3E1, 0x20AC},  {950, 0xA140, 0x3000},  {950, 0xF9FE, 0x2593},
+      {1250, 0x8A, 0x0160},   {1250, 0xB9, 0x0105},   {1251, 0xC0, 0x0410},   {1251, 0x88, 0x20AC},
+      {1251, 0xB9, 0x2116},   {1252, 0x80, 0x20AC},   {1252, 0x99, 0x2122},   {1252, 0xE9, 0x00E9},
+      {1253, 0xC1, 0x0391},   {1253, 0xA2, 0x0386},   {1254, 0xD0, 0x011E},   {1254, 0xFD, 0x0131},
+      {1255, 0xE0, 0x05D0},   {1255, 0xA4, 0x20AA},   {1256, 0xC7, 0x0627},   {1256, 0x81, 0x067E},
+      {1257, 0xC0, 0x0104},   {1257, 0xE6, 0x0119},   {1258, 0xC3, 0x0102},   {1258, 0xFE, 0x20AB},
+  };
+  for (const Known& k : kKnown) {
+    PageRef page(k.page);
+    EXPECT_EQ(page->GetUnicode(k.code), k.unicode) << k.page << " " << k.code;
+  }
+  // Undefined codes, user-defined areas and the kept lookup rules.
+  PageRef p1252(1252), p932(932), p936(936), p950(950);
+  EXPECT_EQ(p1252->GetUnicode(0x81), 0xFEFF);
+  EXPECT_EQ(p1252->GetUnicode(0x100), 0xFEFF);  // beyond the maximum code
+  EXPECT_EQ(p932->GetCharcode(0x2252), 0x81E0u);  // the codec's choice among duplicates
+  EXPECT_EQ(p932->GetUnicode(0x8790), 0x2252);
+  EXPECT_EQ(p932->GetUnicode(0xF040), 0xFEFF);   // user-defined
+  EXPECT_TRUE(p932->IsLeadByte(0xF0));
+  EXPECT_EQ(p950->GetUnicode(0xC6A1), 0xFEFF);   // user-defined in Windows' Big5
+  EXPECT_EQ(p936->GetUnicode(0x81), 0xFEFF);     // a lead byte alone
+  EXPECT_EQ(p936->GetUnicode(0x8120), 0xFEFF);   // a trail byte below the first range
+  EXPECT_EQ(p936->GetUnicode(0x81FF), 0xFEFF);   // after the last one
+  EXPECT_EQ(p936->GetUnicode(0xFE50), 0xFEFF);   // beyond the maximum code
+  EXPECT_EQ(p936->GetUnicode(0x4142), 0x41);     // first byte not a lead byte: its own value
+  EXPECT_FALSE(p936->IsLeadByte(0x41));
+  EXPECT_FALSE(p936->IsLeadByte(0xFF));
+  EXPECT_EQ(p936->GetCharcode(0x20AC), 0x80u);
+  EXPECT_EQ(p1252->GetCharcode(0x0100), 0xFFFFu);  // no range: counts as valid by the rule
+  EXPECT_TRUE(p1252->IsValidUnicode(0x0100));
+}
+
+TEST(Charset, Tables) {
+  const uint16_t kCharsetToPage[][2] = {
+      {0, 1252},   {1, 0},      {2, 42},     {77, 10000}, {78, 10001}, {79, 10003}, {80, 10008}, {81, 10002},
+      {83, 10005}, {84, 10004}, {85, 10006}, {86, 10081}, {87, 10021}, {88, 10029}, {89, 10007}, {128, 932},
+      {129, 949},  {130, 1361}, {134, 936},  {136, 950},  {161, 1253}, {162, 1254}, {163, 1258}, {177, 1255},
+      {178, 1256}, {186, 1257}, {204, 1251}, {222, 874},  {238, 1250}, {254, 437},  {255, 850},
+  };
+  for (const auto& pair : kCharsetToPage) {
+    EXPECT_EQ(KD_GetCodePageFromCharset(static_cast<uint8_t>(pair[0])), pair[1]) << pair[0];
+    // The reverse table's unsorted tail hides six of the Macintosh pages from its search.
+    uint16_t page = pair[1];
+    bool hidden = page == 10003 || page == 10005 || page == 10007 || page == 10008 || page == 10021 || page == 10029;
+    EXPECT_EQ(KD_GetCharsetFromCodePage(page), hidden ? 0xFFFF : pair[0]) << page;
+  }
+  EXPECT_EQ(KD_GetCodePageFromCharset(3), 0xFFFF);
+  EXPECT_EQ(KD_GetCodePageFromCharset(200), 0xFFFF);
+  EXPECT_EQ(KD_GetCharsetFromCodePage(65001), 0xFFFF);
+  EXPECT_EQ(KD_GetCharsetFromCodePage(10000), 77);
+}
+
+TEST(Charset, Names) {
+  struct Name {
+    const char* name;
+    uint16_t page;
+  };
+  const Name kNames[] = {
+      {"windows-1252", 1252}, {"WINDOWS-1252", 1252}, {"cp1252", 1252},     {"latin1", 1252},   {"Shift_JIS", 932},
+      {"sjis", 932},          {"windows-31j", 932},   {"gbk", 936},         {"GB2312", 936},    {"cp936", 936},
+      {"euc-kr", 949},        {"ks_c_5601-1987", 949}, {"big5", 950},       {"cp950", 950},     {"utf-8", 65001},
+      {"UTF8", 65001},        {"utf-16le", 1200},     {"utf-16", 1200},     {"UTF-16BE", 1201}, {"windows-874", 874},
+      {"tis-620", 874},       {"windows-1250", 1250}, {"cp1251", 1251},     {"windows-1253", 1253},
+      {"iso-8859-9", 1254},   {"windows-1255", 1255}, {"cp1256", 1256},     {"windows-1257", 1257},
+      {"cp1258", 1258},       {"ibm437", 437},        {"cp850", 850},       {"macintosh", 10000},
+      {"koi8-r", 20866},      {"936", 936},
+  };
+  for (const Name& n : kNames) EXPECT_EQ(KD_GetCodePageFromStringA(n.name), n.page) << n.name;
+  EXPECT_EQ(KD_GetCodePageFromStringA("cp1252 and more", 6), 1252);
+  EXPECT_EQ(KD_GetCodePageFromStringA("no-such-charset"), 0xFFFF);
+  EXPECT_EQ(KD_GetCodePageFromStringA(""), 0xFFFF);
+  EXPECT_EQ(KD_GetCodePageFromStringA("gbk", 0), 0xFFFF);
+  EXPECT_EQ(KD_GetCodePageFromStringA(nullptr), 0xFFFF);
+  EXPECT_EQ(KD_GetCodePageFormStringW(L"Shift_JIS"), 932);
+  EXPECT_EQ(KD_GetCodePageFormStringW(L"\u0163p1252x", 6), 1252);  // only the low byte counts
+  EXPECT_EQ(KD_GetCodePageFormStringW(L""), 0xFFFF);
+  EXPECT_EQ(KD_GetCodePageFormStringW(nullptr), 0xFFFF);
+  std::wstring longName(300, L'x');
+  EXPECT_EQ(KD_GetCodePageFormStringW(longName.c_str()), 0xFFFF);
+
+  // The table: 255 records sorted by hash, each naming a page.
+  for (int i = 1; i < KD_CODEPAGE_NAME_COUNT; ++i)
+    EXPECT_LT(g_CodePageNameHashes[i - 1].m_dwHash, g_CodePageNameHashes[i].m_dwHash);
+  EXPECT_EQ(g_CodePageNameHashes[0].m_dwHash, KD_HashCode_String_GetA("l1", -1, true));
+}
+
+}  // namespace

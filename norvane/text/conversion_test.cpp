@@ -1,0 +1,208 @@
+#include "norvane/text/code_page_convert.h"
+
+#include <gtest/gtest.h>
+#include <iconv.h>
+
+#include <clocale>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "norvane/text/char_map.h"
+#include "norvane/text/code_page.h"
+#include "tests/support/test_mgr.h"
+
+namespace {
+
+std::wstring Decode(uint16_t page, const std::string& bytes, bool strict = false, int* consumed = nullptr) {
+  std::vector<wchar_t> out(bytes.size() + 1);
+  int srcLen = static_cast<int>(bytes.size()), dstLen = static_cast<int>(out.size());
+  EXPECT_EQ(KD_DecodeString(page, bytes.data(), &srcLen, out.data(), &dstLen, strict), 1);
+  if (consumed) *consumed = srcLen;
+  return std::wstring(out.data(), static_cast<size_t>(dstLen));
+}
+
+std::string Encode(uint16_t page, const std::wstring& text, bool strict = false, int* consumed = nullptr) {
+  std::vector<char> out(4 * text.size() + 1);
+  int srcLen = static_cast<int>(text.size()), dstLen = static_cast<int>(out.size());
+  EXPECT_EQ(KD_EncodeString(page, text.data(), &srcLen, out.data(), &dstLen, strict), 1);
+  if (consumed) *consumed = srcLen;
+  return std::string(out.data(), static_cast<size_t>(dstLen));
+}
+
+TEST(CodePageConvert, TablePages) {
+  EXPECT_EQ(Decode(936, "a\xB0\xA1\x80z"), L"a\u554A\u20ACz");
+  EXPECT_EQ(Encode(936, L"a\u554A\u20ACz"), "a\xB0\xA1\x80z");
+  EXPECT_EQ(Decode(1252, "\x80\x81\xE9"), L"\u20AC?\u00E9");  // undefined: the default character
+  EXPECT_EQ(Encode(1252, L"\u20AC\u4E00\u00E9"), "\x80?\xE9");
+  EXPECT_EQ(Encode(932, std::wstring(1, 0x1F600)), "?");
+  EXPECT_EQ(Encode(932, L"\u3042\uFF61"), "\x82\xA0\xA1");
+
+  // An unmapped pair ending in ASCII gives up only its lead byte; one ending higher is consumed.
+  EXPECT_EQ(Decode(936, "\x81\x20" "b"), L"? b");
+  EXPECT_EQ(Decode(932, "\xF0\x40" "b"), L"?@b");
+  EXPECT_EQ(Decode(932, "\xF0\xA0" "b"), L"?b");
+  EXPECT_EQ(Decode(949, "\xFF" "a"), L"?a");  // a byte that is neither mapped nor a lead byte
+
+  // A lead byte at the end waits for its trail byte.
+  int consumed = 0;
+  EXPECT_EQ(Decode(936, "ab\xB0", false, &consumed), L"ab");
+  EXPECT_EQ(consumed, 2);
+
+  // Strict conversions stop before what they would replace.
+  EXPECT_EQ(Decode(1252, "ab\x81" "c", true, &consumed), L"ab");
+  EXPECT_EQ(consumed, 2);
+  EXPECT_EQ(Encode(1252, L"ab\u4E00c", true, &consumed), "ab");
+  EXPECT_EQ(consumed, 2);
+
+  // Destination edges: a two-byte code that does not fit is neither written nor counted.
+  char out[8];
+  int srcLen = 3, dstLen = 4;
+  KD_EncodeString(936, L"abc\u554A", &srcLen, out, &dstLen, false);
+  srcLen = 4;
+  dstLen = 4;
+  KD_EncodeString(936, L"abc\u554A", &srcLen, out, &dstLen, false);
+  EXPECT_EQ(srcLen, 3);
+  EXPECT_EQ(dstLen, 3);
+  srcLen = 4;
+  dstLen = 0;
+  KD_EncodeString(936, L"abc\u554A", &srcLen, nullptr, &dstLen, false);
+  EXPECT_EQ(srcLen, 4);
+  EXPECT_EQ(dstLen, 5);
+  wchar_t wide[4];
+  srcLen = 5;
+  dstLen = 2;
+  KD_DecodeString(936, "a\xB0\xA1z!", &srcLen, wide, &dstLen, false);
+  EXPECT_EQ(srcLen, 3);
+  EXPECT_EQ(dstLen, 2);
+
+  // Unknown pages and null lengths.
+  srcLen = 3;
+  dstLen = 3;
+  EXPECT_EQ(KD_DecodeString(437, "abc", &srcLen, wide, &dstLen, false), -1);
+  EXPECT_EQ(srcLen, 0);
+  EXPECT_EQ(dstLen, 0);
+  srcLen = 3;
+  dstLen = 3;
+  EXPECT_EQ(KD_EncodeString(0, L"abc", &srcLen, out, &dstLen, false), -1);
+  EXPECT_EQ(KD_DecodeString(1252, "abc", nullptr, wide, &dstLen, false), -1);
+  EXPECT_EQ(KD_EncodeString(1252, L"abc", &srcLen, out, nullptr, false), -1);
+}
+
+TEST(CodePageConvert, UnicodePages) {
+  const std::wstring text = {L'a', 0xE9, 0x1F600, 0xFFFF};
+  EXPECT_EQ(Encode(1200, text), std::string("a\0\xE9\0\x3D\xD8\x00\xDE\xFF\xFF", 10));
+  EXPECT_EQ(Encode(1201, text), std::string("\0a\0\xE9\xD8\x3D\xDE\x00\xFF\xFF", 10));
+  EXPECT_EQ(Decode(1200, Encode(1200, text)), text);
+  EXPECT_EQ(Decode(1201, Encode(1201, text)), text);
+  EXPECT_EQ(Encode(1200, std::wstring(1, 0x110000)), "\xFD\xFF");
+  int consumed = 0;
+  EXPECT_EQ(Encode(1200, std::wstring(1, 0x110000), true, &consumed), "");
+  EXPECT_EQ(consumed, 0);
+  // Lone surrogates pass unless strict; an odd byte or a high surrogate at the end waits.
+  EXPECT_EQ(Decode(1200, std::string("\x00\xDC" "a\0", 4)), std::wstring({0xDC00, L'a'}));
+  EXPECT_EQ(Decode(1200, std::string("\x00\xDC", 2), true, &consumed), L"");
+  EXPECT_EQ(Decode(1200, std::string("a\0b", 3), false, &consumed), L"a");
+  EXPECT_EQ(consumed, 2);
+  EXPECT_EQ(Decode(1200, std::string("a\0\x3D\xD8", 4), false, &consumed), L"a");
+  EXPECT_EQ(consumed, 2);
+  EXPECT_EQ(Decode(1200, std::string("\x3D\xD8" "a\0", 4)), std::wstring({0xD83D, L'a'}));
+
+  // UTF-8 goes to the UTF-8 buffer functions, with their rules.
+  EXPECT_EQ(Decode(65001, "h\xC3\xA9"), L"h\u00E9");
+  EXPECT_EQ(Encode(65001, std::wstring(1, 0x1F600)), "\xEF\x98\x80");
+}
+
+// The conversion loops agree with the C library's iconv over random text of every page, apart
+// from the codes the published tables leave undefined but iconv maps (the user-defined areas).
+TEST(CodePageConvert, AgreesWithIconv) {
+  const uint16_t kPages[] = {874, 932, 936, 949, 950, 1250, 1251, 1252, 1253, 1254, 1256, 1257};
+  std::mt19937 rng(7);
+  for (uint16_t number : kPages) {
+    IKD_CodePage* page = IKD_CodePage::Create(number);
+    std::vector<uint16_t> codes;
+    for (uint32_t code = 0; code < 0x10000; ++code) {
+      if (code >= 256 && !page->IsLeadByte(static_cast<uint8_t>(code >> 8))) continue;
+      if (code == 0 || (number == 936 && code == 0x80)) continue;  // iconv's GBK lacks the euro byte
+      if (page->IsValidCharcode(static_cast<uint16_t>(code))) codes.push_back(static_cast<uint16_t>(code));
+    }
+    page->Release();
+    std::string bytes;
+    for (int i = 0; i < 4000; ++i) {
+      uint16_t code = codes[rng() % codes.size()];
+      if (code > 0xFF) bytes += static_cast<char>(code >> 8);
+      bytes += static_cast<char>(code);
+    }
+    std::string name = "CP" + std::to_string(number);
+    iconv_t cd = iconv_open("WCHAR_T", name.c_str());
+    ASSERT_NE(cd, reinterpret_cast<iconv_t>(-1)) << name;
+    std::vector<wchar_t> out(bytes.size() + 1);
+    char* in = &bytes[0];
+    size_t inLeft = bytes.size(), outLeft = out.size() * sizeof(wchar_t);
+    char* o = reinterpret_cast<char*>(out.data());
+    ASSERT_NE(iconv(cd, &in, &inLeft, &o, &outLeft), static_cast<size_t>(-1)) << name;
+    iconv_close(cd);
+    std::wstring theirs(out.data(), (out.size() * sizeof(wchar_t) - outLeft) / sizeof(wchar_t));
+    std::wstring ours = Decode(number, bytes);
+    ASSERT_TRUE(ours == theirs) << name;
+    // Back to bytes: the same, but for characters with several codes (932, 950), which come back
+    // to their canonical code.
+    std::string back = Encode(number, ours);
+    EXPECT_TRUE(Decode(number, back) == ours) << name;
+    if (number != 932 && number != 950) {
+      EXPECT_TRUE(back == bytes) << name;
+    }
+  }
+}
+
+TEST(CharMap, Maps) {
+  CKD_CharMap* def = CKD_CharMap::GetDefaultMapper(0);
+  CKD_CharMap* cp1252 = CKD_CharMap::GetDefaultMapper(1252);
+  ASSERT_NE(def, nullptr);
+  ASSERT_NE(cp1252, nullptr);
+  EXPECT_NE(def, cp1252);
+  EXPECT_EQ(def->m_GetCodePage, nullptr);
+  EXPECT_EQ(cp1252->m_GetCodePage(cp1252), 1252);
+  EXPECT_EQ(CKD_CharMap::GetDefaultMapper(65001), nullptr);
+  EXPECT_EQ(CKD_CharMap::GetDefaultMapper(437), nullptr);
+  for (int page : {874, 932, 936, 949, 950, 1250, 1251, 1253, 1254, 1255, 1256, 1257, 1258})
+    EXPECT_EQ(CKD_CharMap::GetDefaultMapper(page)->m_GetCodePage(CKD_CharMap::GetDefaultMapper(page)), page);
+
+  CKD_WideString w;
+  w.ConvertFrom(CKD_ByteString("\xB0\xA1" "a"), CKD_CharMap::GetDefaultMapper(936));
+  EXPECT_TRUE(w == L"\u554Aa");
+  CKD_ByteString b;
+  b.ConvertFrom(w, CKD_CharMap::GetDefaultMapper(936));
+  EXPECT_TRUE(b == "\xB0\xA1" "a");
+  b.ConvertFrom(CKD_WideString(L"\u554A"), cp1252);
+  EXPECT_TRUE(b == "?");
+  w.ConvertFrom(CKD_ByteString(), cp1252);
+  EXPECT_TRUE(w.IsEmpty());
+
+  // The default map follows the process locale, whatever the code page.
+  const char* saved = setlocale(LC_CTYPE, nullptr);
+  std::string previous = saved ? saved : "C";
+  if (setlocale(LC_CTYPE, "C.UTF-8")) {
+    EXPECT_TRUE(CKD_WideString::FromLocal("h\xC3\xA9") == L"h\u00E9");
+    EXPECT_TRUE(CKD_ByteString::FromUnicode(L"h\u00E9") == "h\xC3\xA9");
+    EXPECT_TRUE(CKD_ByteString::FromUnicode(CKD_WideString(L"x\u20AC")) == "x\xE2\x82\xAC");
+    CKD_WideString viaDefault;
+    viaDefault.ConvertFrom(CKD_ByteString("\xC3\xA9"));
+    EXPECT_TRUE(viaDefault == L"\u00E9");
+  }
+  setlocale(LC_CTYPE, "C");
+  EXPECT_TRUE(CKD_WideString::FromLocal("abc", 2) == L"ab");
+  EXPECT_TRUE(CKD_ByteString::FromUnicode(L"\u00E9").IsEmpty());  // not representable in "C"
+  EXPECT_TRUE(CKD_ByteString::FromUnicode(nullptr).IsEmpty());
+  setlocale(LC_CTYPE, previous.c_str());
+
+  kdtest::TestDefaultMgr t;
+  CKD_WideString src(L"\u554A");
+  CKD_ByteString converted;
+  t.sys().FailAll(true);
+  converted.ConvertFrom(src, CKD_CharMap::GetDefaultMapper(936));
+  EXPECT_TRUE(converted.IsEmpty());
+  t.sys().FailAll(false);
+}
+
+}  // namespace

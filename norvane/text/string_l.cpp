@@ -1,0 +1,77 @@
+#include "norvane/text/string_l.h"
+
+#include <cstring>
+#include <cwchar>
+
+#include "norvane/runtime/sys_helpers.h"
+
+namespace {
+
+void FreeChars(void* p, IKD_Allocator* allocator) {
+  if (!p) return;
+  if (allocator)
+    allocator->m_Free(allocator, p);
+  else
+    KDMEM_DefaultFree(p, 0);
+}
+
+}  // namespace
+
+struct KDStringLLayout {
+  static_assert(offsetof(CKD_ByteStringL, m_Ptr) == 0 && offsetof(CKD_ByteStringL, m_Length) == 8 &&
+                    offsetof(CKD_WideStringL, m_Ptr) == 0 && offsetof(CKD_WideStringL, m_Length) == 8,
+                "allocator-bound string field order");
+};
+
+void CKD_ByteStringL::Empty(IKD_Allocator* allocator) {
+  FreeChars(m_Ptr, allocator);
+  m_Ptr = nullptr;
+  m_Length = 0;
+}
+
+char* CKD_ByteStringL::AllocBuffer(int len, IKD_Allocator* allocator) {
+  Empty(allocator);
+  if (len < 0) return nullptr;
+  size_t bytes = static_cast<size_t>(len) + 1;
+  char* p = static_cast<char*>(allocator ? allocator->m_Alloc(allocator, bytes) : KDMEM_DefaultAlloc2(bytes, 1, 0));
+  if (!p) return nullptr;
+  p[len] = 0;
+  m_Ptr = p;
+  m_Length = len;
+  return p;
+}
+
+void CKD_ByteStringL::Set(const CKD_ByteStringC& str, IKD_Allocator* allocator) {
+  Empty(allocator);
+  if (!str.GetPtr() || str.GetLength() <= 0) return;
+  if (char* p = AllocBuffer(str.GetLength(), allocator)) memcpy(p, str.GetPtr(), static_cast<size_t>(m_Length));
+}
+
+void CKD_WideStringL::Empty(IKD_Allocator* allocator) {
+  FreeChars(m_Ptr, allocator);
+  m_Ptr = nullptr;
+  m_Length = 0;
+}
+
+void CKD_WideStringL::Set(const CKD_WideStringC& str, IKD_Allocator* allocator) {
+  Empty(allocator);
+  int len = str.GetLength();
+  if (!str.GetPtr() || len <= 0) return;
+  void* block = allocator ? allocator->m_Alloc(allocator, 4 * static_cast<size_t>(len) + 4)
+                          : KDMEM_DefaultAlloc2(static_cast<size_t>(len) + 1, 4, 0);
+  if (!block) return;
+  m_Ptr = static_cast<wchar_t*>(block);
+  memcpy(m_Ptr, str.GetPtr(), sizeof(wchar_t) * static_cast<size_t>(len));
+  m_Ptr[len] = 0;
+  m_Length = len;
+}
+
+void CKD_WideStringL::TrimRight(const wchar_t* targets) {
+  if (!targets || !*targets || !m_Ptr || m_Length == 0) return;
+  int n = m_Length;
+  while (n > 0 && wcschr(targets, m_Ptr[n - 1])) --n;
+  m_Length = n;
+  m_Ptr[n] = 0;
+}
+
+int CKD_WideStringL::GetInteger() const { return m_Ptr ? KDSYS_wtoi(m_Ptr) : 0; }
