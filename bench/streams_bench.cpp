@@ -66,11 +66,13 @@ void BM_CRTFileStream(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFileSize));
 }
 
+// state.range(0): the cache's chunk size; the cache holds 1 MiB.
 void BM_CachedFileRead(benchmark::State& state) {
-  std::vector<uint8_t> buf(kBlock), chunks(16 * kBlock);
+  const int chunk = static_cast<int>(state.range(0));
+  std::vector<uint8_t> buf(kBlock), chunks(1 << 20);
   for (auto _ : state) {
     CKD_CachedFileRead* r = new CKD_CachedFileRead;
-    r->Init(static_cast<int>(kBlock), 16, chunks.data(), nullptr);
+    r->Init(chunk, (1 << 20) / chunk, chunks.data(), nullptr);
     r->AttachFile(KD_CreateFileRead(TestFile().c_str()), true);
     size_t total = 0;
     while (size_t n = r->ReadBlock(buf.data(), buf.size())) total += n;
@@ -133,7 +135,7 @@ void BM_MemoryStreamAppend(benchmark::State& state) {
 
 BENCHMARK(BM_Read2)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CRTFileStream)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CachedFileRead)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CachedFileRead)->Arg(64 << 10)->Arg(256 << 10)->ArgName("chunk")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Pread4K);
 BENCHMARK(BM_CachedRandom4K);
 BENCHMARK(BM_VectorAppend)->Unit(benchmark::kMillisecond);
@@ -141,4 +143,14 @@ BENCHMARK(BM_MemoryStreamAppend)->Arg(1)->Arg(0)->ArgNames({"consecutive"})->Uni
 
 }  // namespace
 
-BENCHMARK_MAIN();
+// The file is made and read once before any timing, so every reader finds it in the page cache.
+int main(int argc, char** argv) {
+  std::vector<uint8_t> buf(kBlock);
+  int fd = open(TestFile().c_str(), O_RDONLY);
+  while (read(fd, buf.data(), buf.size()) > 0) {
+  }
+  close(fd);
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}

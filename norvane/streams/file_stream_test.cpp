@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <clocale>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -233,11 +234,16 @@ TEST(FileStream, WidePathsAndFileAccess) {
   access->Release();
   access->Release();
 
-  FILE* f = KDSYS_wfopen(wide.c_str(), L"rb");
-  ASSERT_NE(f, nullptr);
-  char buf[8] = {};
-  EXPECT_EQ(fread(buf, 1, 8, f), 4u);
-  fclose(f);
+  // KDSYS_wfopen converts to the local encoding: the name is found under a UTF-8 locale.
+  std::string saved = setlocale(LC_CTYPE, nullptr);
+  if (setlocale(LC_CTYPE, "C.UTF-8")) {
+    FILE* f = KDSYS_wfopen(wide.c_str(), L"rb");
+    ASSERT_NE(f, nullptr);
+    char buf[8] = {};
+    EXPECT_EQ(fread(buf, 1, 8, f), 4u);
+    fclose(f);
+  }
+  setlocale(LC_CTYPE, saved.c_str());
   EXPECT_EQ(KDSYS_wfopen(nullptr, L"rb"), nullptr);
 }
 

@@ -6,7 +6,7 @@
 
 #include "norvane/streams/kdcrt_file_internal.h"
 #include "norvane/text/byte_string.h"
-#include "norvane/text/utf8.h"
+#include "norvane/text/utf8_coder.h"
 #include "norvane/text/wide_string.h"
 
 int KDCRT_Posix_GetFileMode(uint32_t modes, int& open_flags, int& permissions) {
