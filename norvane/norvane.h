@@ -23,6 +23,14 @@
 #include "norvane/runtime/thread.h"
 #include "norvane/runtime/sys_helpers.h"
 
+// Streams.
+#include "norvane/streams/cache_streams.h"
+#include "norvane/streams/file_access.h"
+#include "norvane/streams/file_cache.h"
+#include "norvane/streams/file_stream.h"
+#include "norvane/streams/memory_stream.h"
+#include "norvane/streams/stream.h"
+
 // Cryptography.
 #include "norvane/crypto/aes.h"
 #include "norvane/crypto/sha.h"

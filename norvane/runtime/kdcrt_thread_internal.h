@@ -64,4 +64,16 @@ void KDCRT_RWLock_Unlock(KD_RWLOCK* lock);
 bool KDCRT_RWLock_TryReadLock(KD_RWLOCK* lock);
 bool KDCRT_RWLock_TryWriteLock(KD_RWLOCK* lock);
 
+// KDCRT_MutexLock holds a mutex for the lifetime of a scope.
+class KDCRT_MutexLock {
+ public:
+  explicit KDCRT_MutexLock(KD_MUTEX* mutex) : m_pMutex(mutex) { KDCRT_Mutex_Lock(mutex); }
+  ~KDCRT_MutexLock() { KDCRT_Mutex_Unlock(m_pMutex); }
+  KDCRT_MutexLock(const KDCRT_MutexLock&) = delete;
+  KDCRT_MutexLock& operator=(const KDCRT_MutexLock&) = delete;
+
+ private:
+  KD_MUTEX* m_pMutex;
+};
+
 #endif  // NORVANE_RUNTIME_KDCRT_THREAD_INTERNAL_H_

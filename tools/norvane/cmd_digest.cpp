@@ -1,6 +1,6 @@
 // sha1sum, sha256sum, sha384sum, sha512sum: print or check digests of files, as the coreutils
 // commands of those names do in their everyday use.
-#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,11 +9,17 @@
 #include <string>
 
 #include "norvane/crypto/sha.h"
+#include "norvane/streams/file_cache.h"
+#include "norvane/streams/file_stream.h"
 #include "tools/norvane/commands.h"
 
 namespace nvtool {
 
 namespace {
+
+// Files are read in 64 KiB pieces through a cache of four such chunks.
+constexpr int kPiece = 1 << 16;
+constexpr int kCacheChunks = 4;
 
 struct Algorithm {
   const char* command;
@@ -33,29 +39,50 @@ const Algorithm kSha512 = {"sha512sum", 64, CRYPT_SHA512Start, CRYPT_SHA512Updat
                            [](void* c, uint8_t* d) { CRYPT_SHA512Finish(c, d); }};
 
 // ReadFile calls consume on successive pieces of the named file ("-" is standard input). On
-// failure it returns false with errno set. All file reading of these commands goes through here.
+// failure it returns false with errno set. All file reading of these commands goes through here:
+// named files through the library's file stream and cached reader, standard input (which may be
+// a pipe, with no size to read up to) with read(2).
 template <class Consume>
 bool ReadFile(const char* name, Consume consume) {
-  const bool is_stdin = std::strcmp(name, "-") == 0;
-  int fd = is_stdin ? STDIN_FILENO : open(name, O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  static unsigned char buffer[1 << 16];
+  static unsigned char buffer[kPiece];
+  if (std::strcmp(name, "-") == 0) {
+    for (;;) {
+      ssize_t got = read(STDIN_FILENO, buffer, sizeof buffer);
+      if (got < 0 && errno == EINTR) continue;
+      if (got < 0) return false;
+      if (got == 0) return true;
+      consume(buffer, static_cast<size_t>(got));
+    }
+  }
+  struct stat st;
+  if (stat(name, &st) == 0 && S_ISDIR(st.st_mode)) {
+    errno = EISDIR;  // a folder opens, but has no bytes to digest
+    return false;
+  }
+  IKD_FileRead* file = KD_CreateFileRead(name);
+  if (!file) return false;  // errno says why the file could not be opened
+  static unsigned char chunks[kCacheChunks * kPiece];
+  CKD_CachedFileRead* reader = new CKD_CachedFileRead;
+  if (!reader || !reader->Init(kPiece, kCacheChunks, chunks, nullptr) || !reader->AttachFile(file, true)) {
+    if (reader) reader->Release();
+    file->Release();
+    errno = ENOMEM;
+    return false;
+  }
+  // Offsets are kept here, in 64 bits: the reader's own position is 32-bit.
+  const long long size = reader->GetSize();
   bool ok = true;
-  for (;;) {
-    ssize_t got = read(fd, buffer, sizeof buffer);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) {
+  for (long long offset = 0; offset < size;) {
+    size_t n = size - offset < kPiece ? static_cast<size_t>(size - offset) : kPiece;
+    if (!reader->ReadBlock(buffer, offset, n)) {
+      errno = EIO;
       ok = false;
       break;
     }
-    if (got == 0) break;
-    consume(buffer, static_cast<size_t>(got));
+    consume(buffer, n);
+    offset += static_cast<long long>(n);
   }
-  if (!is_stdin) {
-    int saved = errno;
-    close(fd);
-    errno = saved;
-  }
+  reader->Release();
   return ok;
 }
 

@@ -1,0 +1,306 @@
+#include "norvane/streams/file_stream.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "norvane/streams/file_cache.h"
+#include "norvane/streams/kdcrt_file_internal.h"
+#include "norvane/text/byte_string.h"
+#include "tests/support/test_mgr.h"
+#include "tests/support/vtable.h"
+
+namespace {
+
+// A temporary folder, removed with everything in it at the end of the test.
+class TempDir {
+ public:
+  TempDir() {
+    char pattern[] = "/tmp/norvane_streams_XXXXXX";
+    path_ = mkdtemp(pattern);
+  }
+  ~TempDir() {
+    if (DIR* d = opendir(path_.c_str())) {
+      while (dirent* e = readdir(d)) {
+        std::string name = e->d_name;
+        if (name != "." && name != "..") unlink((path_ + "/" + name).c_str());
+      }
+      closedir(d);
+    }
+    rmdir(path_.c_str());
+  }
+  std::string File(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+void WriteFile(const std::string& path, const std::vector<uint8_t>& bytes) {
+  int fd = open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  close(fd);
+}
+
+std::vector<uint8_t> Bytes(size_t n) {
+  std::vector<uint8_t> v(n);
+  for (size_t i = 0; i < n; ++i) v[i] = static_cast<uint8_t>(i * 7 + 3);
+  return v;
+}
+
+TEST(FileAccess, SlotOrder) {
+  using kdtest::VirtualSlot;
+  using OpenBytes = bool (IKDCRT_FileAccess::*)(const CKD_ByteStringC&, uint32_t);
+  using OpenWide = bool (IKDCRT_FileAccess::*)(const CKD_WideStringC&, uint32_t);
+  EXPECT_EQ(VirtualSlot(static_cast<OpenBytes>(&IKDCRT_FileAccess::Open)), 2);
+  EXPECT_EQ(VirtualSlot(static_cast<OpenWide>(&IKDCRT_FileAccess::Open)), 3);
+  EXPECT_EQ(VirtualSlot(&IKDCRT_FileAccess::Close), 4);
+  EXPECT_EQ(VirtualSlot(&IKDCRT_FileAccess::Release), 5);
+  EXPECT_EQ(VirtualSlot(&IKDCRT_FileAccess::GetSize), 6);
+  EXPECT_EQ(VirtualSlot(&IKDCRT_FileAccess::GetPosition), 7);
+  EXPECT_EQ(VirtualSlot(&IKDCRT_FileAccess::SetPosition), 8);
+  EXPECT_EQ(VirtualSlot(&IKDCRT_FileAccess::Read), 9);
+  EXPECT_EQ(VirtualSlot(&IKDCRT_FileAccess::Write), 10);
+  EXPECT_EQ(VirtualSlot(&IKDCRT_FileAccess::ReadPos), 11);
+  EXPECT_EQ(VirtualSlot(&IKDCRT_FileAccess::WritePos), 12);
+  EXPECT_EQ(VirtualSlot(&IKDCRT_FileAccess::Flush), 13);
+  EXPECT_EQ(VirtualSlot(&IKDCRT_FileAccess::Truncate), 14);
+  EXPECT_EQ(VirtualSlot(&CKD_CRTFileAccess::Init), 6);
+}
+
+TEST(FileAccess, OpenModes) {
+  TempDir dir;
+  std::string path = dir.File("modes.bin");
+  int flags, permissions;
+  EXPECT_EQ(KDCRT_Posix_GetFileMode(3, flags, permissions), O_RDONLY);
+  EXPECT_EQ(permissions, 0);
+  EXPECT_EQ(KDCRT_Posix_GetFileMode(2, flags, permissions), O_RDWR | O_CREAT | O_TRUNC);
+  EXPECT_EQ(permissions, 0644);
+
+  EXPECT_EQ(KD_File_Open(path.c_str(), KD_FILEMODE_ReadOnly), nullptr);  // missing
+  mode_t old_mask = umask(0);
+  _KD_HFILE* f = KD_File_Open(path.c_str(), 0);
+  umask(old_mask);
+  ASSERT_NE(f, nullptr);
+  struct stat st;
+  ASSERT_EQ(stat(path.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0644u);
+  EXPECT_EQ(KD_File_Write(f, "hello world", 11), 11u);
+  EXPECT_EQ(KD_File_GetPosition(f), 11);
+  EXPECT_EQ(KD_File_GetSize(f), 11);
+  char buf[16] = {};
+  EXPECT_EQ(KD_File_ReadPos(f, buf, 5, 6), 5u);
+  EXPECT_STREQ(buf, "world");
+  // At exactly the size nothing is read and the position does not move.
+  EXPECT_EQ(KD_File_SetPosition(f, 3), 3);
+  EXPECT_EQ(KD_File_ReadPos(f, buf, 5, 11), 0u);
+  EXPECT_EQ(KD_File_GetPosition(f), 3);
+  EXPECT_EQ(KD_File_WritePos(f, "!", 1, 20), 1u);  // past the end: the file grows
+  EXPECT_EQ(KD_File_GetSize(f), 21);
+  EXPECT_TRUE(KD_File_Flush(f));
+  EXPECT_TRUE(KD_File_Truncate(f, 5));
+  EXPECT_EQ(KD_File_GetSize(f), 5);
+  KD_File_Close(f);
+
+  // Read-only wins over truncation and leaves the contents; writes then fail.
+  f = KD_File_Open(path.c_str(), KD_FILEMODE_ReadOnly | KD_FILEMODE_Truncate);
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(KD_File_GetSize(f), 5);
+  EXPECT_EQ(KD_File_Write(f, "x", 1), static_cast<size_t>(-1));
+  KD_File_Close(f);
+  f = KD_File_Open(path.c_str(), KD_FILEMODE_Truncate);
+  EXPECT_EQ(KD_File_GetSize(f), 0);
+  KD_File_Close(f);
+
+  // Null handles and closed files answer quietly.
+  EXPECT_EQ(KD_File_GetSize(nullptr), 0);
+  EXPECT_EQ(KD_File_GetPosition(nullptr), -1);
+  EXPECT_EQ(KD_File_Read(nullptr, buf, 1), 0u);
+  EXPECT_FALSE(KD_File_Flush(nullptr));
+  KD_File_Close(nullptr);
+  CKDCRT_FileAccess_Posix closed;
+  EXPECT_EQ(closed.GetSize(), 0);
+  EXPECT_EQ(closed.GetPosition(), -1);
+  EXPECT_EQ(closed.Read(buf, 1), 0u);
+  EXPECT_FALSE(closed.Truncate(0));
+  ASSERT_TRUE(closed.Open(CKD_ByteStringC(path.c_str()), 0));
+  EXPECT_FALSE(closed.Open(CKD_ByteStringC(path.c_str()), 0));  // already open
+}
+
+TEST(FileStream, RangesAndPositions) {
+  TempDir dir;
+  auto bytes = Bytes(100);
+  WriteFile(dir.File("range.bin"), bytes);
+  IKD_FileStream* s = KD_CreateFileStream(dir.File("range.bin").c_str(), 0);
+  ASSERT_NE(s, nullptr);
+  EXPECT_FALSE(s->SetRange(90, 20));
+  EXPECT_EQ(s->GetSize(), 100);
+  ASSERT_TRUE(s->SetRange(10, 20));
+  EXPECT_EQ(s->GetSize(), 20);
+  EXPECT_EQ(s->GetPosition(), 0);
+  uint8_t b[8];
+  EXPECT_FALSE(s->ReadBlock(b, 15LL, 6));
+  ASSERT_TRUE(s->ReadBlock(b, 15LL, 5));
+  EXPECT_EQ(memcmp(b, bytes.data() + 25, 5), 0);
+  EXPECT_EQ(s->SetPosition(20), 20);
+  EXPECT_TRUE(s->IsEOF());
+  EXPECT_EQ(s->SetPosition(21), -1);
+  EXPECT_EQ(s->SetPosition(16), 16);
+  EXPECT_EQ(s->ReadBlock(b, 8), 4u);  // a sequential read stops at the range's end
+  EXPECT_EQ(memcmp(b, bytes.data() + 26, 4), 0);
+  EXPECT_FALSE(s->ReadBlock(b, -1LL, 1));
+  // Writes are not limited by the range.
+  ASSERT_TRUE(s->WriteBlock("xyz", 95LL, 3));
+  s->ClearRange();
+  EXPECT_EQ(s->GetSize(), 108);
+  ASSERT_TRUE(s->ReadBlock(b, 105LL, 3));
+  EXPECT_EQ(memcmp(b, "xyz", 3), 0);
+  EXPECT_TRUE(s->WriteBlock("end", 3));  // appends
+  EXPECT_EQ(s->GetSize(), 111);
+  EXPECT_TRUE(s->Flush());
+  EXPECT_FALSE(s->ReadBlock(b, 111LL, 1));
+  s->Release();
+}
+
+TEST(FileStream, BothSidesReleaseOneObject) {
+  TempDir dir;
+  kdtest::TestDefaultMgr t;
+  IKD_FileWrite* w = KD_CreateFileWrite(dir.File("w.bin").c_str());
+  ASSERT_NE(w, nullptr);
+  IKD_FileStream* s = static_cast<IKD_FileStream*>(w);
+  EXPECT_NE(static_cast<void*>(w), static_cast<void*>(s));
+  EXPECT_EQ(s->Retain(), s);
+  EXPECT_TRUE(w->WriteBlock("abc", 3));
+  w->Release();
+  EXPECT_EQ(t.live_blocks(), 2u);  // the stream and its file access
+  s->Release();
+  EXPECT_EQ(t.live_blocks(), 0u);
+  EXPECT_EQ(t.sys().bad_frees(), 0);
+  EXPECT_EQ(KD_CreateFileWrite(static_cast<const char*>(nullptr)), nullptr);
+
+  IKD_FileRead* r = KD_CreateFileRead(dir.File("w.bin").c_str());
+  ASSERT_NE(r, nullptr);
+  EXPECT_EQ(r->GetSize(), 3);
+  r->Release();
+
+  // From a caller's allocator: the stream and its file come from it and go back to it.
+  kdtest::TestSystemMgr sys;
+  CKD_MemoryMgr* mgr = KDMEM_CreateNorvaneMgr(sys.sys());
+  IKD_FileStream* a = KD_CreateFileStream(dir.File("w.bin").c_str(), 0, &mgr->m_Allocator);
+  ASSERT_NE(a, nullptr);
+  EXPECT_EQ(sys.live_blocks(), 3u);
+  a->Release();
+  EXPECT_EQ(sys.live_blocks(), 1u);
+  EXPECT_EQ(KD_CreateFileStream(dir.File("none/x").c_str(), 0, &mgr->m_Allocator), nullptr);
+  EXPECT_EQ(sys.live_blocks(), 1u);  // the half-made file access went back
+  KDMEM_DestroyNorvaneMgr(mgr);
+  EXPECT_EQ(t.live_blocks(), 0u);
+}
+
+TEST(FileStream, WidePathsAndFileAccess) {
+  TempDir dir;
+  std::string utf8 = dir.File("na\xC3\xAFve-\xE5\x90\x8D.txt");
+  std::string base = dir.File("");
+  std::wstring wide = std::wstring(base.begin(), base.end()) + L"na\u00EFve-\u540D.txt";
+  IKD_FileStream* s = KD_CreateFileStream(wide.c_str(), 0);
+  ASSERT_NE(s, nullptr);
+  s->WriteBlock("wide", 4);
+  s->Release();
+  struct stat st;
+  ASSERT_EQ(stat(utf8.c_str(), &st), 0);  // the name on disk is the UTF-8 bytes
+  EXPECT_EQ(st.st_size, 4);
+
+  EXPECT_EQ(KD_CreateDefaultFileAccess(CKD_WideStringC(L"")), nullptr);
+  IKD_FileAccess* access = KD_CreateDefaultFileAccess(CKD_WideStringC(wide.c_str()));
+  ASSERT_NE(access, nullptr);
+  CKD_WideString path;
+  access->GetPath(path);
+  EXPECT_EQ(std::wstring(path.c_str()), wide);
+  IKD_FileStream* again = access->CreateFileStream(KD_FILEMODE_ReadOnly);
+  ASSERT_NE(again, nullptr);
+  EXPECT_EQ(again->GetSize(), 4);
+  again->Release();
+  EXPECT_EQ(access->Retain(), access);
+  access->Release();
+  access->Release();
+
+  // KDSYS_wfopen converts to the local encoding: the name is found under a UTF-8 locale.
+  std::string saved = setlocale(LC_CTYPE, nullptr);
+  if (setlocale(LC_CTYPE, "C.UTF-8")) {
+    FILE* f = KDSYS_wfopen(wide.c_str(), L"rb");
+    ASSERT_NE(f, nullptr);
+    char buf[8] = {};
+    EXPECT_EQ(fread(buf, 1, 8, f), 4u);
+    fclose(f);
+  }
+  setlocale(LC_CTYPE, saved.c_str());
+  EXPECT_EQ(KDSYS_wfopen(nullptr, L"rb"), nullptr);
+}
+
+TEST(FileStream, SystemErrorsEndTheCallOnly) {
+  TempDir dir;
+  // A full device: the write fails and the stream stays usable.
+  IKD_FileStream* full = KD_CreateFileStream("/dev/full", 0);
+  if (full) {
+    EXPECT_FALSE(full->WriteBlock("data", 0LL, 4));
+    EXPECT_FALSE(full->WriteBlock("data", 4));
+    EXPECT_EQ(full->GetSize(), 0);
+    full->Release();
+  }
+  // A folder opens read-only but cannot be read.
+  IKD_FileStream* folder = KD_CreateFileStream("/tmp", KD_FILEMODE_ReadOnly);
+  ASSERT_NE(folder, nullptr);
+  uint8_t b[16];
+  EXPECT_EQ(folder->ReadBlock(b, sizeof b), static_cast<size_t>(-1));
+  EXPECT_FALSE(folder->ReadBlock(b, 0LL, 1));
+  folder->Release();
+  // A file removed underneath stays readable through the open stream.
+  auto bytes = Bytes(5000);
+  WriteFile(dir.File("gone.bin"), bytes);
+  IKD_FileRead* r = KD_CreateFileRead(dir.File("gone.bin").c_str());
+  ASSERT_NE(r, nullptr);
+  unlink(dir.File("gone.bin").c_str());
+  ASSERT_TRUE(r->ReadBlock(b, 4000LL, 16));
+  EXPECT_EQ(memcmp(b, bytes.data() + 4000, 16), 0);
+  r->Release();
+}
+
+TEST(FileStream, CachedReadsOfARealFileFromThreads) {
+  TempDir dir;
+  std::vector<uint8_t> bytes(3 << 20);
+  std::mt19937 fill(17);
+  for (auto& b : bytes) b = static_cast<uint8_t>(fill());
+  WriteFile(dir.File("big.bin"), bytes);
+  std::vector<uint8_t> chunks(16 * 8192);
+  CKD_CachedFileRead* r = new CKD_CachedFileRead;
+  ASSERT_TRUE(r->Init(8192, 16, chunks.data(), nullptr));
+  ASSERT_TRUE(r->AttachFile(KD_CreateFileRead(dir.File("big.bin").c_str()), true));
+  std::vector<std::thread> threads;
+  std::vector<int> bad(4);
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      std::mt19937 rng(100 + t);
+      std::vector<uint8_t> got(50000);
+      for (int i = 0; i < 200; ++i) {
+        size_t size = 1 + rng() % got.size();
+        long long offset = static_cast<long long>(rng() % (bytes.size() - size));
+        if (!r->ReadBlock(got.data(), offset, size) || memcmp(got.data(), bytes.data() + offset, size) != 0) ++bad[t];
+      }
+    });
+  }
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(bad, std::vector<int>(4, 0));
+  r->Release();
+}
+
+}  // namespace

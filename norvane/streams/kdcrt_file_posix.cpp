@@ -1,0 +1,155 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <new>
+
+#include "norvane/streams/kdcrt_file_internal.h"
+#include "norvane/text/byte_string.h"
+#include "norvane/text/utf8_coder.h"
+#include "norvane/text/wide_string.h"
+
+int KDCRT_Posix_GetFileMode(uint32_t modes, int& open_flags, int& permissions) {
+  if (modes & KD_FILEMODE_ReadOnly) {
+    open_flags = O_RDONLY;
+    permissions = 0;
+  } else {
+    open_flags = O_RDWR | O_CREAT | ((modes & KD_FILEMODE_Truncate) ? O_TRUNC : 0);
+    permissions = 0644;
+  }
+  return open_flags;
+}
+
+IKDCRT_FileAccess* KDCRT_FileAccess_Create(IKD_Allocator* allocator) {
+  if (!allocator) return new CKDCRT_FileAccess_Posix;
+  void* p = allocator->m_Alloc(allocator, sizeof(CKDCRT_FileAccess_Posix));
+  return p ? ::new (p) CKDCRT_FileAccess_Posix : nullptr;
+}
+
+CKDCRT_FileAccess_Posix::~CKDCRT_FileAccess_Posix() { Close(); }
+
+bool CKDCRT_FileAccess_Posix::Open(const CKD_ByteStringC& path, uint32_t modes) {
+  if (m_nFD >= 0) return false;
+  int flags, permissions;
+  KDCRT_Posix_GetFileMode(modes, flags, permissions);
+  CKD_ByteString terminated(path);  // open(2) needs the terminator a view may lack
+  if (path.GetLength() && terminated.GetLength() != path.GetLength()) return false;
+  // Descriptors are not inherited by programs this process starts.
+  m_nFD = open(terminated.c_str(), flags | O_CLOEXEC, permissions);
+  return m_nFD >= 0;
+}
+
+bool CKDCRT_FileAccess_Posix::Open(const CKD_WideStringC& path, uint32_t modes) {
+  CKD_ByteString utf8 = KD_UTF8Encode(path.GetPtr(), path.GetLength());
+  if (path.GetLength() && utf8.IsEmpty()) return false;
+  return Open(CKD_ByteStringC(utf8), modes);
+}
+
+void CKDCRT_FileAccess_Posix::Close() {
+  if (m_nFD < 0) return;
+  close(m_nFD);
+  m_nFD = -1;
+}
+
+void CKDCRT_FileAccess_Posix::Release(IKD_Allocator* allocator) {
+  if (allocator) {
+    this->~CKDCRT_FileAccess_Posix();
+    allocator->m_Free(allocator, this);
+  } else {
+    delete this;
+  }
+}
+
+long long CKDCRT_FileAccess_Posix::GetSize() const {
+  if (m_nFD < 0) return 0;
+  struct stat st;
+  return fstat(m_nFD, &st) == 0 ? static_cast<long long>(st.st_size) : 0;
+}
+
+long long CKDCRT_FileAccess_Posix::GetPosition() const {
+  return m_nFD < 0 ? -1 : static_cast<long long>(lseek(m_nFD, 0, SEEK_CUR));
+}
+
+long long CKDCRT_FileAccess_Posix::SetPosition(long long pos) {
+  return m_nFD < 0 ? -1 : static_cast<long long>(lseek(m_nFD, static_cast<off_t>(pos), SEEK_SET));
+}
+
+size_t CKDCRT_FileAccess_Posix::Read(void* buffer, size_t size) {
+  return m_nFD < 0 ? 0 : static_cast<size_t>(read(m_nFD, buffer, size));
+}
+
+size_t CKDCRT_FileAccess_Posix::Write(const void* data, size_t size) {
+  return m_nFD < 0 ? 0 : static_cast<size_t>(write(m_nFD, data, size));
+}
+
+size_t CKDCRT_FileAccess_Posix::ReadPos(void* buffer, size_t size, long long pos) {
+  if (m_nFD < 0 || GetSize() <= pos || SetPosition(pos) == -1) return 0;
+  return Read(buffer, size);
+}
+
+size_t CKDCRT_FileAccess_Posix::WritePos(const void* data, size_t size, long long pos) {
+  if (m_nFD < 0 || SetPosition(pos) == -1) return 0;
+  return Write(data, size);
+}
+
+bool CKDCRT_FileAccess_Posix::Flush() { return m_nFD >= 0 && fsync(m_nFD) >= 0; }
+
+bool CKDCRT_FileAccess_Posix::Truncate(long long size) {
+  return m_nFD >= 0 && ftruncate(m_nFD, static_cast<off_t>(size)) == 0;
+}
+
+// The flat interface.
+
+namespace {
+
+inline IKDCRT_FileAccess* Access(_KD_HFILE* file) { return reinterpret_cast<IKDCRT_FileAccess*>(file); }
+
+template <class Path>
+_KD_HFILE* OpenFile(const Path& path, uint32_t modes, IKD_Allocator* allocator) {
+  IKDCRT_FileAccess* access = KDCRT_FileAccess_Create(allocator);
+  if (!access) return nullptr;
+  if (!access->Open(path, modes)) {
+    access->Release(allocator);
+    return nullptr;
+  }
+  return reinterpret_cast<_KD_HFILE*>(access);
+}
+
+}  // namespace
+
+_KD_HFILE* KD_File_Open(const CKD_ByteStringC& path, uint32_t modes, IKD_Allocator* allocator) {
+  return OpenFile(path, modes, allocator);
+}
+
+_KD_HFILE* KD_File_Open(const CKD_WideStringC& path, uint32_t modes, IKD_Allocator* allocator) {
+  return OpenFile(path, modes, allocator);
+}
+
+void KD_File_Close(_KD_HFILE* file, IKD_Allocator* allocator) {
+  if (!file) return;
+  Access(file)->Close();
+  Access(file)->Release(allocator);
+}
+
+long long KD_File_GetSize(_KD_HFILE* file) { return file ? Access(file)->GetSize() : 0; }
+long long KD_File_GetPosition(_KD_HFILE* file) { return file ? Access(file)->GetPosition() : -1; }
+long long KD_File_SetPosition(_KD_HFILE* file, long long pos) { return file ? Access(file)->SetPosition(pos) : -1; }
+size_t KD_File_Read(_KD_HFILE* file, void* buffer, size_t size) { return file ? Access(file)->Read(buffer, size) : 0; }
+size_t KD_File_ReadPos(_KD_HFILE* file, void* buffer, size_t size, long long pos) {
+  return file ? Access(file)->ReadPos(buffer, size, pos) : 0;
+}
+size_t KD_File_Write(_KD_HFILE* file, const void* data, size_t size) {
+  return file ? Access(file)->Write(data, size) : 0;
+}
+size_t KD_File_WritePos(_KD_HFILE* file, const void* data, size_t size, long long pos) {
+  return file ? Access(file)->WritePos(data, size, pos) : 0;
+}
+bool KD_File_Flush(_KD_HFILE* file) { return file && Access(file)->Flush(); }
+bool KD_File_Truncate(_KD_HFILE* file, long long size) { return file && Access(file)->Truncate(size); }
+
+FILE* KDSYS_wfopen(const wchar_t* path, const wchar_t* mode) {
+  if (!path || !mode) return nullptr;
+  CKD_ByteString local_path = CKD_ByteString::FromUnicode(path);
+  CKD_ByteString local_mode = CKD_ByteString::FromUnicode(mode);
+  return fopen(local_path.c_str(), local_mode.c_str());
+}

@@ -1,0 +1,254 @@
+#include "norvane/streams/memory_stream.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "tests/support/test_mgr.h"
+#include "tests/support/vtable.h"
+
+namespace {
+
+using kdtest::TestDefaultMgr;
+using kdtest::VirtualSlot;
+
+using ReadAt = bool (IKD_FileRead::*)(void*, long long, size_t);
+using ReadNext = size_t (IKD_StreamRead::*)(void*, size_t);
+using WriteAt = bool (IKD_FileStream::*)(const void*, long long, size_t);
+using Append = bool (IKD_FileStream::*)(const void*, size_t);
+
+TEST(StreamInterfaces, SlotOrder) {
+  EXPECT_EQ(VirtualSlot(&IKD_StreamRead::Release), 0);
+  EXPECT_EQ(VirtualSlot(&IKD_StreamRead::IsEOF), 1);
+  EXPECT_EQ(VirtualSlot(&IKD_StreamRead::GetPosition), 2);
+  EXPECT_EQ(VirtualSlot(static_cast<ReadNext>(&IKD_StreamRead::ReadBlock)), 3);
+  EXPECT_EQ(VirtualSlot(&IKD_StreamRead::SetPosition), 4);
+  EXPECT_EQ(VirtualSlot(&IKD_FileRead::GetSize), 7);
+  EXPECT_EQ(VirtualSlot(&IKD_FileRead::SetRange), 8);
+  EXPECT_EQ(VirtualSlot(&IKD_FileRead::ClearRange), 9);
+  EXPECT_EQ(VirtualSlot(static_cast<ReadAt>(&IKD_FileRead::ReadBlock)), 10);
+  EXPECT_EQ(VirtualSlot(&IKD_FileStream::Retain), 11);
+  EXPECT_EQ(VirtualSlot(static_cast<WriteAt>(&IKD_FileStream::WriteBlock)), 12);
+  EXPECT_EQ(VirtualSlot(static_cast<Append>(&IKD_FileStream::WriteBlock)), 13);
+  EXPECT_EQ(VirtualSlot(&IKD_FileStream::Flush), 14);
+  EXPECT_EQ(VirtualSlot(&IKD_MemoryStream::IsConsecutive), 15);
+  EXPECT_EQ(VirtualSlot(&IKD_MemoryStream::EstimateSize), 16);
+  EXPECT_EQ(VirtualSlot(&IKD_MemoryStream::GetBuffer), 17);
+  EXPECT_EQ(VirtualSlot(&IKD_MemoryStream::AttachBuffer), 18);
+  EXPECT_EQ(VirtualSlot(&IKD_MemoryStream::DetachBuffer), 19);
+  // The write side as seen through the second base.
+  EXPECT_EQ(VirtualSlot(&IKD_StreamWrite::Release), 0);
+  EXPECT_EQ(VirtualSlot(static_cast<bool (IKD_StreamWrite::*)(const void*, size_t)>(&IKD_StreamWrite::WriteBlock)), 1);
+  EXPECT_EQ(VirtualSlot(&IKD_StreamWrite::Flush), 2);
+  EXPECT_EQ(VirtualSlot(&IKD_FileWrite::GetSize), 5);
+  EXPECT_EQ(VirtualSlot(static_cast<bool (IKD_FileWrite::*)(const void*, long long, size_t)>(&IKD_FileWrite::WriteBlock)),
+            6);
+  EXPECT_EQ(VirtualSlot(&IKD_FileAccess::Release), 0);
+  EXPECT_EQ(VirtualSlot(&IKD_FileAccess::Retain), 1);
+  EXPECT_EQ(VirtualSlot(&IKD_FileAccess::GetPath), 2);
+  EXPECT_EQ(VirtualSlot(&IKD_FileAccess::CreateFileStream), 3);
+}
+
+std::vector<uint8_t> Pattern(size_t n, unsigned seed) {
+  std::vector<uint8_t> v(n);
+  std::mt19937 rng(seed);
+  for (auto& b : v) b = static_cast<uint8_t>(rng());
+  return v;
+}
+
+TEST(MemoryStream, GrowthInBothModes) {
+  IKD_MemoryStream* s = KD_CreateMemoryStream(true);
+  auto* m = static_cast<CKD_MemoryStream*>(s);
+  auto data = Pattern(70000, 1);
+  ASSERT_TRUE(s->WriteBlock(data.data(), 0LL, 10));
+  EXPECT_EQ(m->GetTotalSize(), 65536u);
+  EXPECT_EQ(s->GetSize(), 10);
+  EXPECT_EQ(s->GetPosition(), 10);
+  ASSERT_TRUE(s->WriteBlock(data.data() + 10, 10LL, 65527));
+  EXPECT_EQ(m->GetTotalSize(), 131072u);
+  EXPECT_EQ(s->GetSize(), 65537);
+  EXPECT_EQ(memcmp(s->GetBuffer(), data.data(), 65537), 0);
+  s->Release();
+
+  IKD_MemoryStream* c = KD_CreateMemoryStream(false);
+  auto* cm = static_cast<CKD_MemoryStream*>(c);
+  ASSERT_TRUE(c->WriteBlock(data.data(), 200000LL, 1));
+  EXPECT_EQ(cm->GetBlockCount(), 4);
+  EXPECT_EQ(cm->GetTotalSize(), 262144u);
+  EXPECT_EQ(c->GetSize(), 200001);
+  EXPECT_FALSE(c->IsConsecutive());
+  // Appending goes to the end through the default WriteBlock.
+  ASSERT_TRUE(c->WriteBlock(data.data(), 3));
+  EXPECT_EQ(c->GetSize(), 200004);
+  uint8_t back[4];
+  ASSERT_TRUE(c->ReadBlock(back, 200000LL, 4));
+  EXPECT_EQ(back[0], data[0]);
+  EXPECT_EQ(memcmp(back + 1, data.data(), 3), 0);
+  EXPECT_FALSE(c->ReadBlock(back, 0LL, 0));
+  EXPECT_FALSE(c->ReadBlock(nullptr, 0LL, 1));
+  EXPECT_FALSE(c->ReadBlock(back, -1LL, 1));
+  EXPECT_FALSE(c->ReadBlock(back, 200001LL, 4));
+  EXPECT_FALSE(c->WriteBlock(nullptr, 0LL, 4));
+  EXPECT_FALSE(c->WriteBlock(back, -5LL, 4));
+  EXPECT_EQ(c->SetPosition(200004), 200004);
+  EXPECT_TRUE(c->IsEOF());
+  EXPECT_EQ(c->ReadBlock(back, 4), 0u);
+  EXPECT_EQ(c->SetPosition(200005), -1);
+  c->Release();
+}
+
+TEST(MemoryStream, MatchesAVectorUnderRandomWritesAndReads) {
+  for (bool consecutive : {true, false}) {
+    TestDefaultMgr t;
+    IKD_MemoryStream* s = KD_CreateMemoryStream(consecutive);
+    s->EstimateSize(0, 5000);  // small blocks, so reads and writes cross them
+    std::vector<uint8_t> model;
+    std::vector<bool> written;
+    std::mt19937 rng(consecutive ? 11 : 12);
+    for (int step = 0; step < 400; ++step) {
+      size_t offset = rng() % (model.size() + 9000);
+      size_t size = 1 + rng() % 12000;
+      auto data = Pattern(size, static_cast<unsigned>(step));
+      ASSERT_TRUE(s->WriteBlock(data.data(), static_cast<long long>(offset), size));
+      if (model.size() < offset + size) {
+        model.resize(offset + size);
+        written.resize(offset + size);
+      }
+      memcpy(model.data() + offset, data.data(), size);
+      std::fill(written.begin() + offset, written.begin() + offset + size, true);
+      ASSERT_EQ(s->GetSize(), static_cast<long long>(model.size()));
+      ASSERT_EQ(s->GetPosition(), static_cast<long long>(offset + size));
+      size_t at = rng() % model.size();
+      size_t len = 1 + rng() % (model.size() - at);
+      std::vector<uint8_t> got(len);
+      ASSERT_TRUE(s->ReadBlock(got.data(), static_cast<long long>(at), len));
+      // Bytes never written are unspecified; compare only where the model was written.
+      for (size_t i = 0; i < len; i += 97) {
+        if (written[at + i]) {
+          ASSERT_EQ(got[i], model[at + i]) << "step " << step;
+        }
+      }
+    }
+    // Sequential reads from the start see everything that was written last.
+    s->SetPosition(0);
+    std::vector<uint8_t> all(model.size());
+    size_t total = 0;
+    while (size_t n = s->ReadBlock(all.data() + total, 7777)) total += n;
+    EXPECT_EQ(total, model.size());
+    s->Release();
+    EXPECT_EQ(t.live_blocks(), 0u);
+    EXPECT_EQ(t.sys().bad_frees(), 0);
+  }
+}
+
+TEST(MemoryStream, RangesKeepTheirQuirks) {
+  IKD_MemoryStream* s = KD_CreateMemoryStream(true);
+  auto data = Pattern(100, 3);
+  s->WriteBlock(data.data(), 0LL, 100);
+  EXPECT_FALSE(s->SetRange(-1, 10));
+  EXPECT_FALSE(s->SetRange(90, 20));
+  ASSERT_TRUE(s->SetRange(10, 20));
+  EXPECT_EQ(s->GetSize(), 20);
+  EXPECT_EQ(s->GetPosition(), 0);
+  uint8_t b[8];
+  ASSERT_TRUE(s->ReadBlock(b, 5LL, 4));  // range-relative
+  EXPECT_EQ(memcmp(b, data.data() + 15, 4), 0);
+  EXPECT_EQ(s->GetPosition(), 9);
+  // A sequential read adds the range offset a second time: it reads from 10 + 9 + 10.
+  EXPECT_EQ(s->ReadBlock(b, 4), 4u);
+  EXPECT_EQ(memcmp(b, data.data() + 29, 4), 0);
+  // IsEOF compares the stored position (offset included) with the range size.
+  EXPECT_EQ(s->SetPosition(12), 12);
+  EXPECT_TRUE(s->IsEOF());
+  EXPECT_EQ(s->SetPosition(21), -1);
+  s->ClearRange();
+  EXPECT_EQ(s->GetSize(), 100);
+  s->Release();
+}
+
+TEST(MemoryStream, BuffersAttachDetachAndTakeOver) {
+  TestDefaultMgr t;
+  // EstimateSize on a new consecutive stream allocates 4096 bytes, leaving the total at 0.
+  IKD_MemoryStream* s = KD_CreateMemoryStream(true);
+  s->EstimateSize(100, 100);
+  auto* m = static_cast<CKD_MemoryStream*>(s);
+  EXPECT_EQ(m->GetGrowSize(), 4096u);
+  EXPECT_EQ(m->GetTotalSize(), 0u);
+  ASSERT_NE(s->GetBuffer(), nullptr);
+  EXPECT_EQ(t.sys().SizeOf(s->GetBuffer()), 4096u);
+  s->WriteBlock("abcdef", 0LL, 6);
+  EXPECT_EQ(m->GetTotalSize(), 4096u);
+
+  // Detach hands the buffer out and leaves an empty chunked stream.
+  uint8_t* taken = s->GetBuffer();
+  s->DetachBuffer();
+  EXPECT_FALSE(s->IsConsecutive());
+  EXPECT_EQ(s->GetSize(), 0);
+  EXPECT_EQ(memcmp(taken, "abcdef", 6), 0);
+  s->AttachBuffer(taken, 6, true);  // chunked: ignored
+  EXPECT_EQ(s->GetBuffer(), nullptr);
+  ASSERT_TRUE(s->WriteBlock("xy", 0LL, 2));  // chunked now, owning its blocks
+  s->Release();
+  EXPECT_EQ(t.live_blocks(), 1u);  // only the detached buffer, which is ours
+  KDMEM_DefaultFree(taken, 0);
+
+  // A stream over a caller's buffer frees it only when it took it over.
+  uint8_t* owned = static_cast<uint8_t*>(KDMEM_DefaultAlloc(16, 0));
+  uint8_t mine[16] = "caller's bytes!";
+  IKD_MemoryStream* over = KD_CreateMemoryStream(mine, 16, false);
+  EXPECT_EQ(over->GetSize(), 16);
+  // Growing past a buffer it does not own moves the contents into one it does.
+  ASSERT_TRUE(over->WriteBlock("!", 16LL, 1));
+  EXPECT_NE(over->GetBuffer(), mine);
+  EXPECT_EQ(memcmp(over->GetBuffer(), "caller's bytes!\0!", 17), 0);
+  EXPECT_STREQ(reinterpret_cast<char*>(mine), "caller's bytes!");
+  uint8_t* moved = over->GetBuffer();
+  over->AttachBuffer(owned, 16, true);  // the buffer held until now is the caller's to free
+  EXPECT_EQ(over->GetBuffer(), owned);
+  KDMEM_DefaultFree(moved, 0);
+  over->Release();  // frees owned
+  EXPECT_EQ(t.live_blocks(), 0u);
+  EXPECT_EQ(t.sys().bad_frees(), 0);
+}
+
+TEST(MemoryStream, ReferencesAllocatorsAndFailures) {
+  TestDefaultMgr def;
+  kdtest::TestSystemMgr sys;
+  CKD_MemoryMgr* mgr = KDMEM_CreateNorvaneMgr(sys.sys());
+  IKD_MemoryStream* s = KD_CreateMemoryStream(false, &mgr->m_Allocator);
+  ASSERT_NE(s, nullptr);
+  s->WriteBlock("data", 70000LL, 4);
+  EXPECT_EQ(sys.live_blocks(), 1 + 1 + 1 + 2u);  // record, stream, block array, two blocks
+  EXPECT_EQ(def.live_blocks(), 0u);
+  EXPECT_EQ(s->Retain(), s);
+  IKD_FileWrite* w = s;
+  w->Release();  // through the second base: one reference left
+  EXPECT_EQ(s->GetSize(), 70004);
+  s->Release();
+  EXPECT_EQ(sys.live_blocks(), 1u);
+  KDMEM_DestroyNorvaneMgr(mgr);
+
+  // Every allocation failing in turn: nothing crashes or leaks, and failed writes say so.
+  for (int n = 1; n <= 8; ++n) {
+    def.sys().Reset();
+    def.sys().FailNth(n);
+    for (bool consecutive : {true, false}) {
+      IKD_MemoryStream* f = KD_CreateMemoryStream(consecutive);
+      if (!f) continue;
+      std::vector<uint8_t> big(150000, 7);
+      bool wrote = f->WriteBlock(big.data(), 0LL, big.size());
+      uint8_t b;
+      if (wrote) {
+        EXPECT_TRUE(f->ReadBlock(&b, 149999LL, 1));
+      }
+      f->EstimateSize(10, 10);
+      f->Release();
+    }
+    EXPECT_EQ(def.live_blocks(), 0u) << "allocation " << n << " failing";
+  }
+}
+
+}  // namespace
