@@ -119,7 +119,8 @@ int CKD_WideString::Compare(const CKD_WideString& str) const {
   const wchar_t* a = m_pData->GetChars();
   const wchar_t* b = str.m_pData->GetChars();
   for (int i = 0; i < common; ++i) {
-    if (a[i] != b[i]) return a[i] < b[i] ? -1 : 1;
+    // As signed 32-bit values, whatever the signedness of wchar_t on the platform (unsigned on ARM64).
+    if (a[i] != b[i]) return static_cast<int32_t>(a[i]) < static_cast<int32_t>(b[i]) ? -1 : 1;
   }
   return len < other ? -1 : len > other ? 1 : 0;
 }

@@ -22,10 +22,16 @@ const size_t kCommandCount = sizeof(kCommands) / sizeof(kCommands[0]);
 void PrintUsage(bool to_stderr) {
   FILE* out = to_stderr ? stderr : stdout;
   std::fprintf(out, "Usage: norvane <command> [args]\n\nCommands:\n");
+  // The synopses line up in one column, as wide as the longest.
+  int width = 0;
   for (size_t i = 0; i < kCommandCount; ++i) {
-    char left[64];
+    int w = static_cast<int>(std::strlen(kCommands[i].name) + 1 + std::strlen(kCommands[i].args));
+    if (w > width) width = w;
+  }
+  for (size_t i = 0; i < kCommandCount; ++i) {
+    char left[128];
     std::snprintf(left, sizeof left, "%s %s", kCommands[i].name, kCommands[i].args);
-    std::fprintf(out, "  %-28s %s\n", left, kCommands[i].summary);
+    std::fprintf(out, "  %-*s  %s\n", width, left, kCommands[i].summary);
   }
   std::fprintf(out, "\n--help and --version are the help and version commands.\n");
 }
