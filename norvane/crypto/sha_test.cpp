@@ -33,48 +33,39 @@ struct Variant {
   }
 };
 
+// One Variant per kernel in the list, over the context type Ctx.
+template <class Ctx, class Fn, class Update, class Finish>
+void AddVariants(std::vector<Variant>* v, const char* algo, const char* file, size_t digest, void (*start)(void*),
+                 const kdcrypt::ShaKernelEntry<Fn>* kernels, Update update, Finish finish) {
+  for (auto* k = kernels; k->name; ++k) {
+    const Fn fn = k->fn;
+    auto ctx = [](std::vector<uint8_t>* c) { return reinterpret_cast<Ctx*>(c->data()); };
+    v->push_back({std::string(algo) + " " + k->name, file, digest,
+                  [start](std::vector<uint8_t>* c) {
+                    c->resize(sizeof(Ctx));
+                    start(c->data());
+                  },
+                  [=](std::vector<uint8_t>* c, const uint8_t* d, uint32_t n) { update(ctx(c), d, n, fn); },
+                  [=](std::vector<uint8_t>* c, uint8_t* out) { finish(ctx(c), out, fn); }});
+  }
+}
+
+// SHA-384 and SHA-512 share one Finish, told how many state words to write.
+template <int kWords>
+void Sha512FinishWords(CRYPT_SHA512Context* ctx, uint8_t* out, kd_sha512_block_fn fn) {
+  kdcrypt::Sha512Finish(ctx, out, kWords, fn);
+}
+
 std::vector<Variant> AllVariants() {
+  using namespace kdcrypt;
   std::vector<Variant> v;
-  for (auto* k = kdcrypt::Sha1Kernels(); k->name; ++k) {
-    auto fn = k->fn;
-    v.push_back({std::string("SHA-1 ") + k->name, "SHA1", 20,
-                 [](std::vector<uint8_t>* c) { c->resize(sizeof(CRYPT_SHA1Context)); CRYPT_SHA1Start(c->data()); },
-                 [fn](std::vector<uint8_t>* c, const uint8_t* d, uint32_t n) {
-                   kdcrypt::Sha1Update(reinterpret_cast<CRYPT_SHA1Context*>(c->data()), d, n, fn);
-                 },
-                 [fn](std::vector<uint8_t>* c, uint8_t* out) {
-                   kdcrypt::Sha1Finish(reinterpret_cast<CRYPT_SHA1Context*>(c->data()), out, fn);
-                 }});
-  }
-  for (auto* k = kdcrypt::Sha256Kernels(); k->name; ++k) {
-    auto fn = k->fn;
-    v.push_back({std::string("SHA-256 ") + k->name, "SHA256", 32,
-                 [](std::vector<uint8_t>* c) { c->resize(sizeof(CRYPT_SHA256Context)); CRYPT_SHA256Start(c->data()); },
-                 [fn](std::vector<uint8_t>* c, const uint8_t* d, uint32_t n) {
-                   kdcrypt::Sha256Update(reinterpret_cast<CRYPT_SHA256Context*>(c->data()), d, n, fn);
-                 },
-                 [fn](std::vector<uint8_t>* c, uint8_t* out) {
-                   kdcrypt::Sha256Finish(reinterpret_cast<CRYPT_SHA256Context*>(c->data()), out, fn);
-                 }});
-  }
-  for (auto* k = kdcrypt::Sha512Kernels(); k->name; ++k) {
-    auto fn = k->fn;
-    auto update = [fn](std::vector<uint8_t>* c, const uint8_t* d, uint32_t n) {
-      kdcrypt::Sha512Update(reinterpret_cast<CRYPT_SHA512Context*>(c->data()), d, n, fn);
-    };
-    v.push_back({std::string("SHA-384 ") + k->name, "SHA384", 48,
-                 [](std::vector<uint8_t>* c) { c->resize(sizeof(CRYPT_SHA512Context)); CRYPT_SHA384Start(c->data()); },
-                 update,
-                 [fn](std::vector<uint8_t>* c, uint8_t* out) {
-                   kdcrypt::Sha512Finish(reinterpret_cast<CRYPT_SHA512Context*>(c->data()), out, 6, fn);
-                 }});
-    v.push_back({std::string("SHA-512 ") + k->name, "SHA512", 64,
-                 [](std::vector<uint8_t>* c) { c->resize(sizeof(CRYPT_SHA512Context)); CRYPT_SHA512Start(c->data()); },
-                 update,
-                 [fn](std::vector<uint8_t>* c, uint8_t* out) {
-                   kdcrypt::Sha512Finish(reinterpret_cast<CRYPT_SHA512Context*>(c->data()), out, 8, fn);
-                 }});
-  }
+  AddVariants<CRYPT_SHA1Context>(&v, "SHA-1", "SHA1", 20, CRYPT_SHA1Start, Sha1Kernels(), Sha1Update, Sha1Finish);
+  AddVariants<CRYPT_SHA256Context>(&v, "SHA-256", "SHA256", 32, CRYPT_SHA256Start, Sha256Kernels(), Sha256Update,
+                                   Sha256Finish);
+  AddVariants<CRYPT_SHA512Context>(&v, "SHA-384", "SHA384", 48, CRYPT_SHA384Start, Sha512Kernels(), Sha512Update,
+                                   Sha512FinishWords<6>);
+  AddVariants<CRYPT_SHA512Context>(&v, "SHA-512", "SHA512", 64, CRYPT_SHA512Start, Sha512Kernels(), Sha512Update,
+                                   Sha512FinishWords<8>);
   return v;
 }
 
@@ -85,20 +76,21 @@ std::vector<uint8_t> RandomBytes(size_t n, unsigned seed) {
   return v;
 }
 
+template <class Fn>
+size_t Count(const kdcrypt::ShaKernelEntry<Fn>* k) {
+  size_t n = 0;
+  for (; k->name; ++k) ++n;
+  return n;
+}
+
 TEST(Sha, EveryKernelTheProcessorHasIsTested) {
-  size_t count = 0;
-  for (auto* k = kdcrypt::Sha1Kernels(); k->name; ++k) ++count;
-  EXPECT_EQ(count, sha1_hw_capable() ? 2u : 1u);
-  count = 0;
-  for (auto* k = kdcrypt::Sha256Kernels(); k->name; ++k) ++count;
-  EXPECT_EQ(count, sha256_hw_capable() ? 2u : 1u);
-  count = 0;
-  for (auto* k = kdcrypt::Sha512Kernels(); k->name; ++k) ++count;
   bool sha512_fast = sha512_hw_capable();
 #if defined(NORVANE_SHA512_AVX2)
   sha512_fast = sha512_fast || sha512_avx2_capable();
 #endif
-  EXPECT_EQ(count, sha512_fast ? 2u : 1u);
+  EXPECT_EQ(Count(kdcrypt::Sha1Kernels()), sha1_hw_capable() ? 2u : 1u);
+  EXPECT_EQ(Count(kdcrypt::Sha256Kernels()), sha256_hw_capable() ? 2u : 1u);
+  EXPECT_EQ(Count(kdcrypt::Sha512Kernels()), sha512_fast ? 2u : 1u);
 }
 
 // The short (every length up to two blocks, so both padding cases) and long messages.
@@ -182,29 +174,26 @@ TEST(Sha, PiecesMatchOneUpdate) {
     EXPECT_EQ(out, whole);
   }
 
-  uint8_t d20[20], d32[32], d48[48], d64[64];
+  // The public functions give what every kernel gives: Generate, and Update in pieces.
+  uint8_t d20[20], d32[32], d48[48], d64[64], p20[20], p32[32];
   CRYPT_SHA1Generate(msg.data(), 1500, d20);
   CRYPT_SHA256Generate(msg.data(), 1500, d32);
   CRYPT_SHA384Generate(msg.data(), 1500, d48);
   CRYPT_SHA512Generate(msg.data(), 1500, d64);
-  auto variants = AllVariants();
-  EXPECT_EQ(std::vector<uint8_t>(d20, d20 + 20), variants[0].Hash(msg.data(), 1500));
-  for (const Variant& v : variants) {
+  for (const Variant& v : AllVariants()) {
     const uint8_t* expect = v.digest == 20 ? d20 : v.digest == 32 ? d32 : v.digest == 48 ? d48 : d64;
     EXPECT_EQ(std::vector<uint8_t>(expect, expect + v.digest), v.Hash(msg.data(), 1500)) << v.name;
   }
   CRYPT_SHA1Context c1;
   CRYPT_SHA1Start(&c1);
   for (int i = 0; i < 1500; i += 100) CRYPT_SHA1Update(&c1, msg.data() + i, 100);
-  CRYPT_SHA1Finish(&c1, d20);
-  EXPECT_EQ(std::vector<uint8_t>(d20, d20 + 20), variants[0].Hash(msg.data(), 1500));
+  CRYPT_SHA1Finish(&c1, p20);
+  EXPECT_EQ(0, std::memcmp(p20, d20, 20));
   CRYPT_SHA256Context c256;
   CRYPT_SHA256Start(&c256);
   for (int i = 0; i < 1500; i += 500) CRYPT_SHA256Update(&c256, msg.data() + i, 500);
-  CRYPT_SHA256Finish(&c256, d32);
-  uint8_t g32[32];
-  CRYPT_SHA256Generate(msg.data(), 1500, g32);
-  EXPECT_EQ(0, std::memcmp(d32, g32, 32));
+  CRYPT_SHA256Finish(&c256, p32);
+  EXPECT_EQ(0, std::memcmp(p32, d32, 32));
 
   // SHA-384 and SHA-512 Update are one function: either may feed either context.
   CRYPT_SHA512Context c384, c512;
@@ -254,43 +243,34 @@ TEST(Sha, LengthAccounting) {
 
   // A message of 2^32 bytes (SHA-1, SHA-256) and of 2^61 and 2^64 bytes (SHA-512) with nothing
   // buffered: Finish compresses one block of padding ending in the bit length.
-  for (int algo = 0; algo < 2; ++algo) {
-    uint8_t block[64] = {0x80};
-    block[59] = 8;  // 2^32 bytes = 2^35 bits
-    uint8_t got[32];
-    if (algo == 0) {
-      CRYPT_SHA1Context c;
-      CRYPT_SHA1Start(&c);
-      c.total_hi = 1;
-      CRYPT_SHA1Finish(&c, got);
-      CRYPT_SHA1Start(&c);
-      sha1_block_data_order_nohw(c.state, block, 1);
-      for (int i = 0; i < 5; ++i) EXPECT_EQ(kdcrypt::LoadBE32(got + 4 * i), c.state[i]);
-    } else {
-      CRYPT_SHA256Context c;
-      CRYPT_SHA256Start(&c);
-      c.total_hi = 1;
-      CRYPT_SHA256Finish(&c, got);
-      CRYPT_SHA256Start(&c);
-      sha256_block_data_order_nohw(c.state, block, 1);
-      for (int i = 0; i < 8; ++i) EXPECT_EQ(kdcrypt::LoadBE32(got + 4 * i), c.state[i]);
-    }
-  }
+  uint8_t block[64] = {0x80}, got[32];
+  block[59] = 8;  // 2^32 bytes = 2^35 bits
+  CRYPT_SHA1Start(&c1);
+  c1.total_hi = 1;
+  CRYPT_SHA1Finish(&c1, got);
+  CRYPT_SHA1Start(&c1);
+  sha1_block_data_order_nohw(c1.state, block, 1);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(kdcrypt::LoadBE32(got + 4 * i), c1.state[i]);
+  CRYPT_SHA256Start(&c256);
+  c256.total_hi = 1;
+  CRYPT_SHA256Finish(&c256, got);
+  CRYPT_SHA256Start(&c256);
+  sha256_block_data_order_nohw(c256.state, block, 1);
+  for (int i = 0; i < 8; ++i) EXPECT_EQ(kdcrypt::LoadBE32(got + 4 * i), c256.state[i]);
   for (int hi = 0; hi < 2; ++hi) {
-    uint8_t block[128] = {0x80}, got[64];
-    CRYPT_SHA512Context c;
-    CRYPT_SHA512Start(&c);
+    uint8_t block512[128] = {0x80}, got512[64];
+    CRYPT_SHA512Start(&c512);
     if (hi) {
-      c.total_hi = 1;  // 2^64 bytes = 2^67 bits
-      block[119] = 8;
+      c512.total_hi = 1;  // 2^64 bytes = 2^67 bits
+      block512[119] = 8;
     } else {
-      c.total_lo = 1ull << 61;  // 2^64 bits
-      block[119] = 1;
+      c512.total_lo = 1ull << 61;  // 2^64 bits
+      block512[119] = 1;
     }
-    CRYPT_SHA512Finish(&c, got);
-    CRYPT_SHA512Start(&c);
-    sha512_block_data_order_nohw(c.state, block, 1);
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(kdcrypt::LoadBE64(got + 8 * i), c.state[i]);
+    CRYPT_SHA512Finish(&c512, got512);
+    CRYPT_SHA512Start(&c512);
+    sha512_block_data_order_nohw(c512.state, block512, 1);
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(kdcrypt::LoadBE64(got512 + 8 * i), c512.state[i]);
   }
 
   // Start clears the SHA-384/512 context whole, and ignores a null one.

@@ -14,26 +14,22 @@ namespace {
 
 using kdtest::TestDefaultMgr;
 
-// An IKD_Allocator over malloc that counts its calls and can be made to fail.
+// An IKD_Allocator over malloc that counts its calls and can be made to fail. The table comes
+// first, so a call finds the counter from the allocator pointer.
 struct CountingAllocator {
   IKD_Allocator table{};
   int allocs = 0, reallocs = 0, frees = 0;
   bool fail = false;
+  static CountingAllocator* Self(IKD_Allocator* a) { return reinterpret_cast<CountingAllocator*>(a); }
   CountingAllocator() {
-    table.m_Alloc = [](IKD_Allocator* a, size_t size) -> void* {
-      CountingAllocator* self = reinterpret_cast<CountingAllocator*>(a);
-      if (self->fail) return nullptr;
-      ++self->allocs;
-      return malloc(size);
+    table.m_Alloc = [](IKD_Allocator* a, size_t size) {
+      return Self(a)->fail ? nullptr : (++Self(a)->allocs, malloc(size));
     };
-    table.m_Realloc = [](IKD_Allocator* a, void* p, size_t size) -> void* {
-      CountingAllocator* self = reinterpret_cast<CountingAllocator*>(a);
-      if (self->fail) return nullptr;
-      ++self->reallocs;
-      return realloc(p, size);
+    table.m_Realloc = [](IKD_Allocator* a, void* p, size_t size) {
+      return Self(a)->fail ? nullptr : (++Self(a)->reallocs, realloc(p, size));
     };
     table.m_Free = [](IKD_Allocator* a, void* p) {
-      ++reinterpret_cast<CountingAllocator*>(a)->frees;
+      ++Self(a)->frees;
       free(p);
     };
   }
@@ -72,7 +68,7 @@ TEST(BinaryBuf, GrowthRule) {
     // Growth failure keeps the old contents and sizes.
     t.sys().FailAll(true);
     EXPECT_FALSE(b.AppendFill(9, 5000));
-    EXPECT_FALSE(b.AppendBlock("x", 1) && b.GetSize() > 1280);
+    EXPECT_EQ(b.GetSize(), 1025);
     EXPECT_EQ(b.GetAllocSize(), 1280);
     EXPECT_EQ(b.GetBuffer()[0], 1);
     CKD_BinaryBuf none(64);

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 #include <iconv.h>
 
+#include <algorithm>
 #include <clocale>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "norvane/text/char_map.h"
@@ -14,21 +16,35 @@
 
 namespace {
 
-std::wstring Decode(uint16_t page, const std::string& bytes, bool strict = false, int* consumed = nullptr) {
-  std::vector<wchar_t> out(bytes.size() + 1);
-  int srcLen = static_cast<int>(bytes.size()), dstLen = static_cast<int>(out.size());
-  EXPECT_EQ(KD_DecodeString(page, bytes.data(), &srcLen, out.data(), &dstLen, strict), 1);
-  if (consumed) *consumed = srcLen;
-  return std::wstring(out.data(), static_cast<size_t>(dstLen));
+// KD_DecodeString / KD_EncodeString with room for `room` units (0: no destination, they only
+// count). Each gives the source units consumed, the units produced (or needed) and what was
+// written; one unit beyond the room must stay untouched.
+std::tuple<int, int, std::wstring> DecodeIn(uint16_t page, const std::string& bytes, int room, bool strict = false) {
+  std::vector<wchar_t> out(static_cast<size_t>(room) + 1, 0);
+  int srcLen = static_cast<int>(bytes.size()), dstLen = room;
+  EXPECT_EQ(KD_DecodeString(page, bytes.data(), &srcLen, room ? out.data() : nullptr, &dstLen, strict), 1);
+  EXPECT_EQ(out[static_cast<size_t>(room)], 0);
+  return {srcLen, dstLen, std::wstring(out.data(), static_cast<size_t>(std::min(dstLen, room)))};
 }
 
-std::string Encode(uint16_t page, const std::wstring& text, bool strict = false, int* consumed = nullptr) {
-  std::vector<char> out(4 * text.size() + 1);
-  int srcLen = static_cast<int>(text.size()), dstLen = static_cast<int>(out.size());
-  EXPECT_EQ(KD_EncodeString(page, text.data(), &srcLen, out.data(), &dstLen, strict), 1);
-  if (consumed) *consumed = srcLen;
-  return std::string(out.data(), static_cast<size_t>(dstLen));
+std::tuple<int, int, std::string> EncodeIn(uint16_t page, const std::wstring& text, int room, bool strict = false) {
+  std::vector<char> out(static_cast<size_t>(room) + 1, 0);
+  int srcLen = static_cast<int>(text.size()), dstLen = room;
+  EXPECT_EQ(KD_EncodeString(page, text.data(), &srcLen, room ? out.data() : nullptr, &dstLen, strict), 1);
+  EXPECT_EQ(out[static_cast<size_t>(room)], 0);
+  return {srcLen, dstLen, std::string(out.data(), static_cast<size_t>(std::min(dstLen, room)))};
 }
+
+// With room enough for any result.
+std::wstring Decode(uint16_t page, const std::string& bytes, bool strict = false) {
+  return std::get<2>(DecodeIn(page, bytes, static_cast<int>(bytes.size()) + 1, strict));
+}
+std::string Encode(uint16_t page, const std::wstring& text, bool strict = false) {
+  return std::get<2>(EncodeIn(page, text, 4 * static_cast<int>(text.size()) + 1, strict));
+}
+
+using Decoded = std::tuple<int, int, std::wstring>;
+using Encoded = std::tuple<int, int, std::string>;
 
 TEST(CodePageConvert, TablePages) {
   EXPECT_EQ(Decode(936, "a\xB0\xA1\x80z"), L"a\u554A\u20ACz");
@@ -45,40 +61,19 @@ TEST(CodePageConvert, TablePages) {
   EXPECT_EQ(Decode(949, "\xFF" "a"), L"?a");  // a byte that is neither mapped nor a lead byte
 
   // A lead byte at the end waits for its trail byte.
-  int consumed = 0;
-  EXPECT_EQ(Decode(936, "ab\xB0", false, &consumed), L"ab");
-  EXPECT_EQ(consumed, 2);
-
+  EXPECT_EQ(DecodeIn(936, "ab\xB0", 4), Decoded(2, 2, L"ab"));
   // Strict conversions stop before what they would replace.
-  EXPECT_EQ(Decode(1252, "ab\x81" "c", true, &consumed), L"ab");
-  EXPECT_EQ(consumed, 2);
-  EXPECT_EQ(Encode(1252, L"ab\u4E00c", true, &consumed), "ab");
-  EXPECT_EQ(consumed, 2);
-
+  EXPECT_EQ(DecodeIn(1252, "ab\x81" "c", 5, true), Decoded(2, 2, L"ab"));
+  EXPECT_EQ(EncodeIn(1252, L"ab\u4E00c", 17, true), Encoded(2, 2, "ab"));
   // Destination edges: a two-byte code that does not fit is neither written nor counted.
-  char out[8];
-  int srcLen = 3, dstLen = 4;
-  KD_EncodeString(936, L"abc\u554A", &srcLen, out, &dstLen, false);
-  srcLen = 4;
-  dstLen = 4;
-  KD_EncodeString(936, L"abc\u554A", &srcLen, out, &dstLen, false);
-  EXPECT_EQ(srcLen, 3);
-  EXPECT_EQ(dstLen, 3);
-  srcLen = 4;
-  dstLen = 0;
-  KD_EncodeString(936, L"abc\u554A", &srcLen, nullptr, &dstLen, false);
-  EXPECT_EQ(srcLen, 4);
-  EXPECT_EQ(dstLen, 5);
-  wchar_t wide[4];
-  srcLen = 5;
-  dstLen = 2;
-  KD_DecodeString(936, "a\xB0\xA1z!", &srcLen, wide, &dstLen, false);
-  EXPECT_EQ(srcLen, 3);
-  EXPECT_EQ(dstLen, 2);
+  EXPECT_EQ(EncodeIn(936, L"abc\u554A", 4), Encoded(3, 3, "abc"));
+  EXPECT_EQ(EncodeIn(936, L"abc\u554A", 0), Encoded(4, 5, ""));
+  EXPECT_EQ(DecodeIn(936, "a\xB0\xA1z!", 2), Decoded(3, 2, L"a\u554A"));
 
   // Unknown pages and null lengths.
-  srcLen = 3;
-  dstLen = 3;
+  char out[4];
+  wchar_t wide[4];
+  int srcLen = 3, dstLen = 3;
   EXPECT_EQ(KD_DecodeString(437, "abc", &srcLen, wide, &dstLen, false), -1);
   EXPECT_EQ(srcLen, 0);
   EXPECT_EQ(dstLen, 0);
@@ -96,16 +91,12 @@ TEST(CodePageConvert, UnicodePages) {
   EXPECT_EQ(Decode(1200, Encode(1200, text)), text);
   EXPECT_EQ(Decode(1201, Encode(1201, text)), text);
   EXPECT_EQ(Encode(1200, std::wstring(1, 0x110000)), "\xFD\xFF");
-  int consumed = 0;
-  EXPECT_EQ(Encode(1200, std::wstring(1, 0x110000), true, &consumed), "");
-  EXPECT_EQ(consumed, 0);
+  EXPECT_EQ(EncodeIn(1200, std::wstring(1, 0x110000), 4, true), Encoded(0, 0, ""));
   // Lone surrogates pass unless strict; an odd byte or a high surrogate at the end waits.
   EXPECT_EQ(Decode(1200, std::string("\x00\xDC" "a\0", 4)), std::wstring({0xDC00, L'a'}));
-  EXPECT_EQ(Decode(1200, std::string("\x00\xDC", 2), true, &consumed), L"");
-  EXPECT_EQ(Decode(1200, std::string("a\0b", 3), false, &consumed), L"a");
-  EXPECT_EQ(consumed, 2);
-  EXPECT_EQ(Decode(1200, std::string("a\0\x3D\xD8", 4), false, &consumed), L"a");
-  EXPECT_EQ(consumed, 2);
+  EXPECT_EQ(Decode(1200, std::string("\x00\xDC", 2), true), L"");
+  EXPECT_EQ(DecodeIn(1200, std::string("a\0b", 3), 4), Decoded(2, 1, L"a"));
+  EXPECT_EQ(DecodeIn(1200, std::string("a\0\x3D\xD8", 4), 4), Decoded(2, 1, L"a"));
   EXPECT_EQ(Decode(1200, std::string("\x3D\xD8" "a\0", 4)), std::wstring({0xD83D, L'a'}));
 
   // UTF-8 goes to the UTF-8 buffer functions, with their rules.

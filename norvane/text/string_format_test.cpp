@@ -33,8 +33,9 @@ namespace {
 
 using kdtest::Rec;
 using kdtest::Std;
-using kdtest::TestDefaultMgr;
 using kdtext::FormatStatus;
+
+class StringFormat : public kdtest::ManagedTest {};
 
 FormatStatus g_status;
 
@@ -47,7 +48,13 @@ long long Estimate(const C* fmt, ...) {
   return n;
 }
 
-TEST(StringFormat, EstimateRules) {
+template <class... Args>
+FormatStatus StatusOf(const char* fmt, Args... args) {
+  Estimate(fmt, args...);
+  return g_status;
+}
+
+TEST_F(StringFormat, EstimateRules) {
   // Literals add the rest of the format from where they stand.
   EXPECT_EQ(Estimate("abc"), 3 + 2 + 1);
   EXPECT_EQ(Estimate(""), 0);
@@ -92,14 +99,10 @@ TEST(StringFormat, EstimateRules) {
   // Limits.
   EXPECT_EQ(Estimate("%131072d", 1), 131072);
   EXPECT_EQ(g_status, kdtext::kFormatOk);
-  Estimate("%*d", 131073, 1);
-  EXPECT_EQ(g_status, kdtext::kFormatBadWidth);
-  Estimate("%99999999999999999999d", 1);
-  EXPECT_EQ(g_status, kdtext::kFormatBadWidth);
-  Estimate("%.131073d", 1);
-  EXPECT_EQ(g_status, kdtext::kFormatBadPrecision);
-  Estimate("%.*d", 131073, 1);
-  EXPECT_EQ(g_status, kdtext::kFormatBadPrecision);
+  EXPECT_EQ(StatusOf("%*d", 131073, 1), kdtext::kFormatBadWidth);
+  EXPECT_EQ(StatusOf("%99999999999999999999d", 1), kdtext::kFormatBadWidth);
+  EXPECT_EQ(StatusOf("%.131073d", 1), kdtext::kFormatBadPrecision);
+  EXPECT_EQ(StatusOf("%.*d", 131073, 1), kdtext::kFormatBadPrecision);
   // The wide walk measures its own literals the same way and byte or wide arguments as told.
   EXPECT_EQ(Estimate(L"ab%s", "xyz"), 4 + 3 + 3);
   EXPECT_EQ(Estimate(L"%ls|%f", L"wide", 1.5), 4 + 3 + 8);
@@ -119,7 +122,7 @@ std::wstring WPrintf(const wchar_t* fmt, Args... args) {
   return buf;
 }
 
-TEST(StringFormat, OutputMatchesTheCLibrary) {
+TEST_F(StringFormat, OutputMatchesTheCLibrary) {
   CKD_ByteString s;
   CKD_WideString w;
 #define EXPECT_BOTH(fmt, ...)                                    \
@@ -150,45 +153,41 @@ TEST(StringFormat, OutputMatchesTheCLibrary) {
   }
 }
 
-TEST(StringFormat, BufferSizeAndSpecialResults) {
-  TestDefaultMgr t;
-  {
-    CKD_ByteString s;
-    s.Format("%s", static_cast<const char*>(nullptr));
-    EXPECT_EQ(t.sys().requests().back(), 6u + 32 + 25);  // a null string argument is sized as 6
-    EXPECT_EQ(Std(s), "(null)");
-    s.Format("%*d", 131073, 1);
-    EXPECT_EQ(Std(s), "Bad width");
-    s.Format("%.131073d", 1);
-    EXPECT_EQ(Std(s), "Bad precision");
-    s.Format("%s", "");
-    EXPECT_EQ(Rec(s), nullptr);
+TEST_F(StringFormat, BufferSizeAndSpecialResults) {
+  CKD_ByteString s;
+  s.Format("%s", static_cast<const char*>(nullptr));
+  EXPECT_EQ(sys.requests().back(), 6u + 32 + 25);  // a null string argument is sized as 6
+  EXPECT_EQ(Std(s), "(null)");
+  s.Format("%*d", 131073, 1);
+  EXPECT_EQ(Std(s), "Bad width");
+  s.Format("%.131073d", 1);
+  EXPECT_EQ(Std(s), "Bad precision");
+  s.Format("%s", "");
+  EXPECT_EQ(Rec(s), nullptr);
 
-    CKD_WideString w;
-    w.Format(L"%s", "abc");
-    EXPECT_EQ(t.sys().requests().back(), 4u * 3 + 28);  // the wide form adds no 32
-    EXPECT_EQ(Std(w), L"abc");
-    w.Format(L"%*d", 131073, 1);
-    EXPECT_EQ(Std(w), L"Bad width");
-    w.Format(L"%.*d", 131073, 1);
-    EXPECT_EQ(Std(w), L"Bad precision");
-    w.Format(L"");
-    EXPECT_EQ(Rec(w), nullptr);
+  CKD_WideString w;
+  w.Format(L"%s", "abc");
+  EXPECT_EQ(sys.requests().back(), 4u * 3 + 28);  // the wide form adds no 32
+  EXPECT_EQ(Std(w), L"abc");
+  w.Format(L"%*d", 131073, 1);
+  EXPECT_EQ(Std(w), L"Bad width");
+  w.Format(L"%.*d", 131073, 1);
+  EXPECT_EQ(Std(w), L"Bad precision");
+  w.Format(L"");
+  EXPECT_EQ(Rec(w), nullptr);
 
-    // A shared string formats into a record of its own.
-    CKD_ByteString a("keep"), b(a);
-    b.Format("%d", 7);
-    EXPECT_EQ(Std(a), "keep");
-    EXPECT_EQ(Std(b), "7");
+  // A shared string formats into a record of its own.
+  CKD_ByteString a("keep"), b(a);
+  b.Format("%d", 7);
+  EXPECT_EQ(Std(a), "keep");
+  EXPECT_EQ(Std(b), "7");
 
-    t.sys().FailNth(1);
-    s.Format("%d", 1);
-    EXPECT_EQ(Rec(s), nullptr);
-    t.sys().FailNth(1);
-    w.Format(L"%d", 1);
-    EXPECT_EQ(Rec(w), nullptr);
-  }
-  EXPECT_EQ(t.live_blocks(), 0u);
+  sys.FailNth(1);
+  s.Format("%d", 1);
+  EXPECT_EQ(Rec(s), nullptr);
+  sys.FailNth(1);
+  w.Format(L"%d", 1);
+  EXPECT_EQ(Rec(w), nullptr);
 }
 
 // A locale whose decimal separator is ',': an installed one, or one built with localedef into a
@@ -210,7 +209,7 @@ locale_t CommaLocale(std::string* folder) {
   return newlocale(LC_ALL_MASK, "de_DE.UTF-8", static_cast<locale_t>(nullptr));
 }
 
-TEST(StringFormat, ByteFormUsesTheCLocaleWideFormTheThreads) {
+TEST_F(StringFormat, ByteFormUsesTheCLocaleWideFormTheThreads) {
   std::string folder;
   locale_t comma = CommaLocale(&folder);
   if (!folder.empty()) {

@@ -1,15 +1,29 @@
-// Helpers shared by the string tests: one description per string class, so that a test can be
-// written once for byte and wide strings, and a look at a string's record.
+// Helpers shared by the string tests: a fixture over a counting manager, one description per
+// string class, so that a test can be written once for byte and wide strings, and a look at a
+// string's record.
 #ifndef NORVANE_TEXT_STRING_TEST_SUPPORT_H_
 #define NORVANE_TEXT_STRING_TEST_SUPPORT_H_
 
+#include <gtest/gtest.h>
+
+#include <cstdint>
 #include <string>
 
 #include "norvane/text/byte_string.h"
 #include "norvane/text/string_core_internal.h"
 #include "norvane/text/wide_string.h"
+#include "tests/support/test_mgr.h"
 
 namespace kdtest {
+
+// A test run over a counting default manager that must leave no block behind.
+class ManagedTest : public ::testing::Test {
+ protected:
+  void TearDown() override { EXPECT_EQ(mgr.live_blocks(), 0u); }
+
+  TestDefaultMgr mgr;
+  TestSystemMgr& sys = mgr.sys();
+};
 
 template <class S>
 struct StringKit;
@@ -21,6 +35,10 @@ struct StringKit<CKD_ByteString> {
   using Std = std::string;
   // Block size requested for a record of n characters.
   static size_t Bytes(size_t n) { return n + 25; }
+  // The string hash, h = h * kHashFactor + c.
+  static constexpr uint32_t kHashFactor = 31;
+  static uint32_t Hash(const char* text, int len, bool fold) { return KD_HashCode_String_GetA(text, len, fold); }
+  static uint32_t Hash(const View& text, bool fold) { return KD_HashCode_String_GetA(text, fold); }
 };
 
 template <>
@@ -29,6 +47,9 @@ struct StringKit<CKD_WideString> {
   using View = CKD_WideStringC;
   using Std = std::wstring;
   static size_t Bytes(size_t n) { return 4 * n + 28; }
+  static constexpr uint32_t kHashFactor = 1313;
+  static uint32_t Hash(const wchar_t* text, int len, bool fold) { return KD_HashCode_String_GetW(text, len, fold); }
+  static uint32_t Hash(const View& text, bool fold) { return KD_HashCode_String_GetW(text, fold); }
 };
 
 // T widens an ASCII (or, with explicit characters, any) text to the string's character type.
