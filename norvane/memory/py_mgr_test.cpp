@@ -208,7 +208,6 @@ TEST(PyMgr, CreateBuildsTheStaticInstance) {
   EXPECT_TRUE(!sys->Reserved4 && !sys->Reserved5 && !sys->Purge && !sys->CollectAll);
   const KDMEM_PyState& st = self->m_State;
   EXPECT_TRUE(st.m_State == kdpy::kPooling && !st.m_pArenas && st.m_nMaxArenas == 0 && st.m_nRawBlocks == 0);
-  EXPECT_EQ(CKDMEM_PyMgr::FromSystemMgr(&g_CRTSystemMgr), nullptr);
   EXPECT_EQ(KDMEM_SetPyConfig(1, 4096), 0);
 
   // Installed as the default, it serves the default calls.
@@ -247,7 +246,6 @@ TEST_F(PyMgrTest, SizeClassesAndRawRequests) {
     blocks.push_back(p);
   }
   EXPECT_EQ(CheckState(st), "");
-  EXPECT_EQ(st.m_nRawBlocks, 0);
   EXPECT_EQ(Kinds(raw.log), "");  // pooled requests never reach the static manager
 
   void* zero = Alloc(0);
@@ -433,9 +431,8 @@ TEST_F(PyMgrTest, DiscardSendsNewRequestsToTheRawAllocator) {
   Fill(shrink);
   ASSERT_TRUE(Pooled(old));
 
-  KDMEM_DestroyNorvaneMgr(mgr);  // the record is not freed
+  KDMEM_DestroyNorvaneMgr(mgr);  // the record, part of the pool manager, is not freed
   EXPECT_TRUE(st.m_State == kdpy::kDiscarding && st.m_nAllocatedArenas == 0 && st.m_pArenas);
-  EXPECT_EQ(mgr->m_Type, CKD_MemoryMgr::TypePool);
   void* fresh = Alloc(32);
   EXPECT_FALSE(Pooled(fresh));
   EXPECT_EQ(st.m_nRawBlocks, 1);
