@@ -31,36 +31,28 @@ KDMEM_PyPool* PoolOf(const void* p) {
   return reinterpret_cast<KDMEM_PyPool*>(reinterpret_cast<uintptr_t>(p) & ~kdpy::kPoolMask);
 }
 
-uint32_t ArenaIndexOf(const void* p) { return PoolOf(p)->m_nArenaIndex; }
-
 size_t OffsetInPool(const void* p) { return reinterpret_cast<uintptr_t>(p) & kdpy::kPoolMask; }
 
 // Records what the static default manager, which serves the pool manager's raw requests, is
 // asked while the object lives.
-class RawWatch {
- public:
-  RawWatch() : debugger_(&log) { KDMEM_UseDebugger(&g_DefNorvaneMgr, debugger_.table()); }
+struct RawWatch {
+  RawWatch() { KDMEM_UseDebugger(&g_DefNorvaneMgr, debugger.table()); }
   ~RawWatch() { KDMEM_UseDebugger(&g_DefNorvaneMgr, nullptr); }
   EventLog log;
-
- private:
-  RecordingDebugger debugger_;
+  RecordingDebugger debugger{&log};
 };
 
 // Puts another system manager under the static default manager while the object lives.
-class StaticSystemSwap {
- public:
-  explicit StaticSystemSwap(_KDMEM_SystemMgr* sys) : saved_(g_DefNorvaneMgr.m_pSystemMgr) {
-    g_DefNorvaneMgr.m_pSystemMgr = sys;
-  }
-  ~StaticSystemSwap() { g_DefNorvaneMgr.m_pSystemMgr = saved_; }
-
- private:
-  _KDMEM_SystemMgr* saved_;
+struct StaticSystemSwap {
+  explicit StaticSystemSwap(_KDMEM_SystemMgr* sys) { g_DefNorvaneMgr.m_pSystemMgr = sys; }
+  ~StaticSystemSwap() { g_DefNorvaneMgr.m_pSystemMgr = saved; }
+  _KDMEM_SystemMgr* saved = g_DefNorvaneMgr.m_pSystemMgr;
 };
 
-// Checks the pool state's lists and counts against each other; returns the first fault, or "".
-std::string CheckState(const KDMEM_PyState& st) {
+// Checks the pool state's lists and counts against each other, and with drained set that no
+// arena is held any more; returns the first fault, or "".
+constexpr bool kDrained = true;
+std::string CheckState(const KDMEM_PyState& st, bool drained = false) {
   std::map<uint32_t, const KDMEM_PyArena*> last_by_count;
   std::set<const KDMEM_PyArena*> usable;
   const KDMEM_PyArena* prev = nullptr;
@@ -89,6 +81,7 @@ std::string CheckState(const KDMEM_PyState& st) {
       if (!unused.count(&a)) return "record lost";
       continue;
     }
+    if (drained) return "an arena is still held";
     if (a.m_nTotalPools != ((a.m_Base & kdpy::kPoolMask) ? 63u : 64u)) return "total pools";
     if (!usable.count(&a) && a.m_nFreePools != 0) return "arena with free pools off the usable list";
     uint32_t listed = 0;
@@ -110,13 +103,6 @@ std::string CheckState(const KDMEM_PyState& st) {
     if (head->m_pPrevPool != before) return "class list ring";
   }
   return "";
-}
-
-bool HoldsNoArena(const KDMEM_PyState& st) {
-  for (uint32_t i = 0; i < st.m_nMaxArenas; ++i) {
-    if (st.m_pArenas[i].m_Base) return false;
-  }
-  return st.m_pUsableArenas == nullptr;
 }
 
 // A block whose bytes follow a pattern derived from its tag, so corruption is seen.
@@ -197,29 +183,34 @@ struct Churn {
   const KDMEM_PyState* st;
 };
 
+// Each test runs on a pool manager of its own, and leaves it consistent and holding no arena.
+class PyMgrTest : public ::testing::Test {
+ protected:
+  void TearDown() override { EXPECT_EQ(CheckState(st, kDrained), ""); }
+  void* Alloc(size_t n) { return KDMEM_Alloc(mgr, n, 0); }
+  void* Realloc(void* p, size_t n) { return KDMEM_Realloc(mgr, p, n, 0); }
+  void Free(void* p) { KDMEM_Free(mgr, p, 0); }
+  bool Pooled(const void* p) const { return PyAddressInPools(&st, p); }
+
+  CKDMEM_PyMgr pools;
+  CKD_MemoryMgr* mgr = pools.GetMgr();
+  KDMEM_PyState& st = pools.m_State;
+};
+
 TEST(PyMgr, CreateBuildsTheStaticInstance) {
   CKD_MemoryMgr* mgr = KDMEM_CreatePyMgr();
   ASSERT_NE(mgr, nullptr);
-  EXPECT_EQ(mgr->m_Type, CKD_MemoryMgr::TypePool);
-  EXPECT_EQ(mgr->m_pDebugger, nullptr);
-  EXPECT_EQ(mgr->m_pOOMHandler, nullptr);
-  EXPECT_TRUE(mgr->m_bOwned);
-  EXPECT_EQ(mgr->m_Allocator.m_pMgr, mgr);
-
   _KDMEM_SystemMgr* sys = mgr->m_pSystemMgr;
+  EXPECT_EQ(kdtest::MgrRecordFault(mgr, CKD_MemoryMgr::TypePool, sys, true), "");
   CKDMEM_PyMgr* self = CKDMEM_PyMgr::FromSystemMgr(sys);
   ASSERT_NE(self, nullptr);
   EXPECT_EQ(sys->user, self);
-  EXPECT_TRUE(sys->Reserved4 == nullptr && sys->Reserved5 == nullptr && sys->Purge == nullptr &&
-              sys->CollectAll == nullptr);
+  EXPECT_TRUE(!sys->Reserved4 && !sys->Reserved5 && !sys->Purge && !sys->CollectAll);
   const KDMEM_PyState& st = self->m_State;
-  EXPECT_EQ(st.m_State, kdpy::kPooling);
-  EXPECT_TRUE(st.m_pArenas == nullptr && st.m_nMaxArenas == 0 && st.m_nRawBlocks == 0);
-  EXPECT_EQ(st.m_Raw.Alloc, PyRawAlloc);
-  EXPECT_EQ(CKDMEM_PyMgr::FromSystemMgr(&g_CRTSystemMgr), nullptr);
+  EXPECT_TRUE(st.m_State == kdpy::kPooling && !st.m_pArenas && st.m_nMaxArenas == 0 && st.m_nRawBlocks == 0);
   EXPECT_EQ(KDMEM_SetPyConfig(1, 4096), 0);
 
-  // Installed as the default, it serves objects and the default calls.
+  // Installed as the default, it serves the default calls.
   KDMEM_SetDefaultMgr(mgr);
   void* p = KDMEM_DefaultAllocDebug(40, 0, "f.cpp", 3);
   EXPECT_TRUE(PyAddressInPools(&st, p));
@@ -227,7 +218,7 @@ TEST(PyMgr, CreateBuildsTheStaticInstance) {
   EXPECT_TRUE(PyAddressInPools(&st, p));
   KDMEM_DefaultFree(p, 0);
   KDMEM_ResetSystemMgr();
-  EXPECT_TRUE(HoldsNoArena(st));
+  EXPECT_EQ(CheckState(st, kDrained), "");
 
   // Calling it again rebuilds the same record, abandoning the old state (here only the arena
   // record vector, returned first so the leak checker stays quiet).
@@ -236,163 +227,120 @@ TEST(PyMgr, CreateBuildsTheStaticInstance) {
   EXPECT_EQ(st.m_pArenas, nullptr);
 }
 
-TEST(PyMgr, SizeClassesAndRawRequests) {
-  CKDMEM_PyMgr pools;
-  CKD_MemoryMgr* mgr = pools.GetMgr();
-  const KDMEM_PyState& st = pools.m_State;
+// Requests of 1..1024 bytes take class (n - 1) >> 4, blocks of 16-byte multiples after a 48-byte
+// pool header; 0 and 1025 bytes go to the raw allocator (the static default manager) and are
+// counted.
+TEST_F(PyMgrTest, SizeClassesAndRawRequests) {
   RawWatch raw;
-
-  // 1 and 16 bytes share the 16-byte class; 17 takes 32-byte blocks. A fresh pool's first block
-  // follows the header.
-  auto* a = static_cast<unsigned char*>(KDMEM_Alloc(mgr, 1, 0));
-  auto* b = static_cast<unsigned char*>(KDMEM_Alloc(mgr, 16, 0));
-  auto* c = static_cast<unsigned char*>(KDMEM_Alloc(mgr, 17, 0));
+  auto* a = static_cast<unsigned char*>(Alloc(1));
   EXPECT_EQ(OffsetInPool(a), 48u);
-  EXPECT_EQ(b, a + 16);
-  EXPECT_EQ(PoolOf(a)->m_nSizeClass, 0u);
-  EXPECT_EQ(PoolOf(c)->m_nSizeClass, 1u);
-  EXPECT_NE(PoolOf(c), PoolOf(a));
-  EXPECT_EQ(PoolOf(c)->m_nLastOffset, 4096u - 32u);
-
-  std::vector<void*> blocks;
+  EXPECT_EQ(Alloc(16), a + 16);  // the same 16-byte class
+  std::vector<void*> blocks{a, a + 16};
   for (size_t n = 1; n <= 1024; ++n) {
-    void* p = KDMEM_Alloc(mgr, n, 0);
-    ASSERT_TRUE(PyAddressInPools(&st, p)) << n;
-    const uint32_t size_class = static_cast<uint32_t>((n - 1) >> 4);
+    void* p = Alloc(n);
+    ASSERT_TRUE(Pooled(p)) << n;
+    const auto size_class = static_cast<uint32_t>((n - 1) >> 4);
     ASSERT_EQ(PoolOf(p)->m_nSizeClass, size_class) << n;
     ASSERT_EQ((OffsetInPool(p) - 48) % ((size_class + 1) * 16), 0u) << n;
     memset(p, 0xA5, n);
     blocks.push_back(p);
   }
   EXPECT_EQ(CheckState(st), "");
-  EXPECT_EQ(st.m_nRawBlocks, 0);
   EXPECT_EQ(Kinds(raw.log), "");  // pooled requests never reach the static manager
 
-  // 0 and 1025 bytes go to the raw allocator, which is the static default manager.
-  void* zero = KDMEM_Alloc(mgr, 0, 0);
-  void* big = KDMEM_Alloc(mgr, 1025, 0);
-  EXPECT_TRUE(zero && big && !PyAddressInPools(&st, zero) && !PyAddressInPools(&st, big));
+  void* zero = Alloc(0);
+  void* big = Alloc(1025);
+  EXPECT_TRUE(zero && big && !Pooled(zero) && !Pooled(big));
   EXPECT_EQ(st.m_nRawBlocks, 2);
   ASSERT_EQ(Kinds(raw.log), "OnAlloc OnAlloc");
   EXPECT_TRUE(raw.log[0].size == 0 && raw.log[1].size == 1025);
-  KDMEM_Free(mgr, zero, 0);
-  KDMEM_Free(mgr, big, 0);
+  Free(zero);
+  Free(big);
   EXPECT_EQ(st.m_nRawBlocks, 0);
   EXPECT_EQ(Kinds(raw.log), "OnAlloc OnAlloc OnFree OnFree");
-
-  for (void* p : blocks) KDMEM_Free(mgr, p, 0);
-  for (void* p : {a, b, c}) KDMEM_Free(mgr, p, 0);
-  EXPECT_TRUE(HoldsNoArena(st));
-  EXPECT_EQ(CheckState(st), "");
+  for (void* p : blocks) Free(p);
 }
 
-TEST(PyMgr, FullPoolLeavesItsClassListAndComesBackFirst) {
-  CKDMEM_PyMgr pools;
-  CKD_MemoryMgr* mgr = pools.GetMgr();
-  const KDMEM_PyPool* head = &pools.m_State.m_UsedPools[63];
-
-  // 1024-byte blocks: three to a pool, at 48, 1072 and 2096; the third is carved when the free
-  // list runs dry.
-  void* a = KDMEM_Alloc(mgr, 1024, 0);
-  EXPECT_EQ(PoolOf(a)->m_nNextOffset, 48u + 2 * 1024u);
-  void* b = KDMEM_Alloc(mgr, 1010, 0);
-  EXPECT_EQ(PoolOf(a)->m_nNextOffset, 48u + 3 * 1024u);
-  void* c = KDMEM_Alloc(mgr, 1020, 0);
-  EXPECT_EQ(OffsetInPool(b), 1072u);
-  EXPECT_EQ(OffsetInPool(c), 2096u);
+// 1024-byte blocks sit three to a pool, at 48, 1072 and 2096. A full pool leaves its class list;
+// a free into it links it back in front, so it serves the next request.
+TEST_F(PyMgrTest, FullPoolLeavesItsClassListAndComesBackFirst) {
+  const KDMEM_PyPool* head = &st.m_UsedPools[63];
+  void* a = Alloc(1024);
+  void* b = Alloc(1010);
+  void* c = Alloc(1020);
   KDMEM_PyPool* first = PoolOf(a);
-  EXPECT_TRUE(first->m_nUsed == 3 && first->m_pFreeBlock == nullptr);
-  EXPECT_EQ(head->m_pNextPool, head);  // full: on no list
-
-  void* d = KDMEM_Alloc(mgr, 1024, 0);
+  EXPECT_TRUE(PoolOf(b) == first && PoolOf(c) == first);
+  EXPECT_TRUE(OffsetInPool(a) == 48 && OffsetInPool(b) == 1072 && OffsetInPool(c) == 2096);
+  EXPECT_EQ(head->m_pNextPool, head);
+  void* d = Alloc(1024);
   EXPECT_NE(PoolOf(d), first);
   EXPECT_EQ(head->m_pNextPool, PoolOf(d));
 
-  // Freeing into the full pool links it back in front, so it serves the next request.
-  KDMEM_Free(mgr, b, 0);
+  Free(b);
   EXPECT_EQ(head->m_pNextPool, first);
-  EXPECT_EQ(KDMEM_Alloc(mgr, 1024, 0), b);
-  EXPECT_EQ(CheckState(pools.m_State), "");
-
-  for (void* p : {a, b, c, d}) KDMEM_Free(mgr, p, 0);
-  EXPECT_TRUE(HoldsNoArena(pools.m_State));
+  EXPECT_EQ(Alloc(1024), b);
+  EXPECT_EQ(CheckState(st), "");
+  for (void* p : {a, b, c, d}) Free(p);
 }
 
-TEST(PyMgr, ReallocKeepsShrinksInPlaceAndMoves) {
-  CKDMEM_PyMgr pools;
-  CKD_MemoryMgr* mgr = pools.GetMgr();
-  const KDMEM_PyState& st = pools.m_State;
-  void* keep = KDMEM_Alloc(mgr, 8, 0);  // keeps the arena alive throughout
-
-  Block b{static_cast<unsigned char*>(KDMEM_Alloc(mgr, 100, 0)), 100, 1};  // 112-byte block
+// A block stays put when the new size fits it and is more than three quarters of it; otherwise it
+// moves, within the pools or beyond 1024 bytes to the raw allocator, keeping its contents.
+TEST_F(PyMgrTest, ReallocKeepsShrinksInPlaceAndMoves) {
+  void* keep = Alloc(8);  // keeps the arena alive throughout
+  Block b{static_cast<unsigned char*>(Alloc(100)), 100, 1};  // a 112-byte block
   Fill(b);
-  EXPECT_EQ(KDMEM_Realloc(mgr, b.p, 90, 0), b.p);   // 360 > 336: kept
-  EXPECT_EQ(KDMEM_Realloc(mgr, b.p, 112, 0), b.p);  // the whole block
-  EXPECT_EQ(KDMEM_Realloc(mgr, b.p, 100, 0), b.p);
+  for (size_t n : {90u, 112u, 100u}) EXPECT_EQ(Realloc(b.p, n), b.p) << n;  // 90 * 4 = 360 > 336
 
-  // 80 * 4 = 320 <= 336: moves to the 80-byte class, keeping the first 80 bytes.
+  // 80 * 4 = 320 <= 336: moves to the 80-byte class. The old block went back to its pool and is
+  // the next one of its class.
   unsigned char* old = b.p;
-  b.p = static_cast<unsigned char*>(KDMEM_Realloc(mgr, b.p, 80, 0));
-  EXPECT_NE(b.p, old);
+  b.p = static_cast<unsigned char*>(Realloc(b.p, 80));
   EXPECT_EQ(PoolOf(b.p)->m_nSizeClass, 4u);
   EXPECT_TRUE(Intact(b, 80));
-  // The old block went back to its pool and is the next one of its class.
-  void* again = KDMEM_Alloc(mgr, 97, 0);
+  void* again = Alloc(97);
   EXPECT_EQ(again, old);
-  KDMEM_Free(mgr, again, 0);
-
-  // Growing within the pools copies the old block.
+  Free(again);
   b.size = 80;
-  b.p = static_cast<unsigned char*>(KDMEM_Realloc(mgr, b.p, 300, 0));
+  b.p = static_cast<unsigned char*>(Realloc(b.p, 300));
   EXPECT_EQ(PoolOf(b.p)->m_nSizeClass, 18u);
   EXPECT_TRUE(Intact(b, 80));
 
-  // Beyond 1024 bytes the block moves to the raw allocator: a plain allocation there, without
-  // raising the raw block count.
+  // To the raw allocator: a plain allocation there, without raising the raw block count.
   RawWatch raw;
-  b.p = static_cast<unsigned char*>(KDMEM_Realloc(mgr, b.p, 2000, 0));
+  b.p = static_cast<unsigned char*>(Realloc(b.p, 2000));
   ASSERT_NE(b.p, nullptr);
-  EXPECT_FALSE(PyAddressInPools(&st, b.p));
+  EXPECT_FALSE(Pooled(b.p));
   EXPECT_TRUE(Intact(b, 80));
   ASSERT_EQ(Kinds(raw.log), "OnAlloc");
   EXPECT_EQ(raw.log[0].size, 2000u);
   EXPECT_EQ(st.m_nRawBlocks, 0);
-
-  // A raw block stays raw whatever its new size.
-  b.p = static_cast<unsigned char*>(KDMEM_Realloc(mgr, b.p, 50, 0));
-  EXPECT_FALSE(PyAddressInPools(&st, b.p));
+  // A raw block stays raw whatever its new size; its free lowers the count its move did not raise.
+  b.p = static_cast<unsigned char*>(Realloc(b.p, 50));
+  EXPECT_FALSE(Pooled(b.p));
   EXPECT_TRUE(Intact(b, 50));
   EXPECT_EQ(Kinds(raw.log), "OnAlloc OnRealloc");
-  // Its free lowers the count that its move did not raise.
-  KDMEM_Free(mgr, b.p, 0);
+  Free(b.p);
   EXPECT_EQ(st.m_nRawBlocks, -1);
 
   // A null block is an allocation.
-  void* p = _PyObject_Realloc(&pools.m_State, nullptr, 24);
-  EXPECT_TRUE(PyAddressInPools(&st, p));
-  KDMEM_Free(mgr, p, 0);
-  KDMEM_Free(mgr, keep, 0);
-  EXPECT_TRUE(HoldsNoArena(st));
-  EXPECT_EQ(CheckState(st), "");
+  void* p = _PyObject_Realloc(&st, nullptr, 24);
+  EXPECT_TRUE(Pooled(p));
+  Free(p);
+  Free(keep);
 }
 
-TEST(PyMgr, ArenasDrainInOrderAndGoBackToTheSystemHeap) {
-  CKDMEM_PyMgr pools;
-  CKD_MemoryMgr* mgr = pools.GetMgr();
-  KDMEM_PyState& st = pools.m_State;
+// Arenas come from the system heap directly, not through the raw allocator, and go back as soon
+// as all their pools are free. The usable list stays sorted by ascending count of free pools
+// (CheckState holds it and the last-arena table to that), so the fullest arenas are used first.
+TEST_F(PyMgrTest, ArenasDrainInOrderAndGoBackToTheSystemHeap) {
   RawWatch raw;
-
-  // One block makes an arena from the system heap directly; freeing it returns the arena.
-  void* p = KDMEM_Alloc(mgr, 8, 0);
-  ASSERT_EQ(st.m_nMaxArenas, 16u);
+  void* p = Alloc(8);
+  ASSERT_EQ(st.m_nMaxArenas, 16u);  // the first vector of arena records
   KDMEM_PyArena* arena = &st.m_pArenas[0];
-  ASSERT_EQ(ArenaIndexOf(p), 0u);
-  EXPECT_EQ(arena->m_nTotalPools, (arena->m_Base & kdpy::kPoolMask) ? 63u : 64u);
   EXPECT_EQ(st.m_pUsableArenas, arena);
   EXPECT_EQ(CheckState(st), "");
-  KDMEM_Free(mgr, p, 0);
-  EXPECT_EQ(arena->m_Base, 0u);
-  EXPECT_EQ(st.m_pUnusedArenas, arena);
+  Free(p);
+  EXPECT_TRUE(arena->m_Base == 0 && st.m_pUnusedArenas == arena);
   EXPECT_EQ(st.m_nAllocatedArenas, 0u);  // nothing raises it
   EXPECT_EQ(CheckState(st), "");
 
@@ -400,20 +348,18 @@ TEST(PyMgr, ArenasDrainInOrderAndGoBackToTheSystemHeap) {
   // fourth arena is freed at once, returning it.
   std::map<KDMEM_PyPool*, std::vector<void*>> by_pool;
   for (;;) {
-    void* b = KDMEM_Alloc(mgr, 1024, 0);
-    if (ArenaIndexOf(b) == 3) {
-      KDMEM_Free(mgr, b, 0);
+    void* b = Alloc(1024);
+    if (PoolOf(b)->m_nArenaIndex == 3) {
+      Free(b);
       break;
     }
     by_pool[PoolOf(b)].push_back(b);
   }
   EXPECT_EQ(st.m_pUsableArenas, nullptr);
-  KDMEM_PyArena* A = &st.m_pArenas[0];
-  KDMEM_PyArena* C = &st.m_pArenas[2];
-  auto empty_a_pool = [&](uint32_t index) {
+  auto empty_a_pool_of = [&](uint32_t arena_index) {
     for (auto& [pool, blocks] : by_pool) {
-      if (pool->m_nArenaIndex == index && !blocks.empty()) {
-        for (void* b : blocks) KDMEM_Free(mgr, b, 0);
+      if (pool->m_nArenaIndex == arena_index && !blocks.empty()) {
+        for (void* b : blocks) Free(b);
         blocks.clear();
         return;
       }
@@ -422,49 +368,37 @@ TEST(PyMgr, ArenasDrainInOrderAndGoBackToTheSystemHeap) {
   auto order = [&] {
     std::string s;
     for (KDMEM_PyArena* a = st.m_pUsableArenas; a; a = a->m_pNextArena) {
-      s += static_cast<char>('A' + (a - st.m_pArenas));
-      s += std::to_string(a->m_nFreePools) + " ";
+      s += static_cast<char>('A' + (a - st.m_pArenas)) + std::to_string(a->m_nFreePools) + " ";
     }
     return s;
   };
 
   // An arena that was full goes first; one whose count rises past its neighbours moves back to
   // just after the last arena of its old count, ahead of those that already have its new count.
-  empty_a_pool(0);
-  EXPECT_EQ(order(), "A1 ");
-  empty_a_pool(2);
-  EXPECT_EQ(order(), "C1 A1 ");
-  empty_a_pool(2);
-  EXPECT_EQ(order(), "A1 C2 ");
-  empty_a_pool(1);
-  EXPECT_EQ(order(), "B1 A1 C2 ");
-  empty_a_pool(1);
-  EXPECT_EQ(order(), "A1 B2 C2 ");
-  EXPECT_EQ(st.m_LastArenaByFreeCount[1], A);
-  EXPECT_EQ(st.m_LastArenaByFreeCount[2], C);
-  EXPECT_EQ(CheckState(st), "");
+  const struct {
+    uint32_t arena;
+    const char* order;
+  } steps[] = {{0, "A1 "}, {2, "C1 A1 "}, {2, "A1 C2 "}, {1, "B1 A1 C2 "}, {1, "A1 B2 C2 "}};
+  for (const auto& step : steps) {
+    empty_a_pool_of(step.arena);
+    EXPECT_EQ(order(), step.order);
+    EXPECT_EQ(CheckState(st), "") << step.order;
+  }
 
   // New pools come from the fullest arena, reusing an emptied pool of the same class as it is.
-  void* b = KDMEM_Alloc(mgr, 1024, 0);
-  EXPECT_EQ(ArenaIndexOf(b), 0u);
+  void* b = Alloc(1024);
+  EXPECT_EQ(PoolOf(b)->m_nArenaIndex, 0u);
   EXPECT_EQ(order(), "B2 C2 ");
-  EXPECT_EQ(st.m_LastArenaByFreeCount[1], nullptr);
-  EXPECT_EQ(st.m_LastArenaByFreeCount[2], C);
   EXPECT_EQ(CheckState(st), "");
-  KDMEM_Free(mgr, b, 0);
-
+  Free(b);
   for (auto& entry : by_pool) {
-    for (void* q : entry.second) KDMEM_Free(mgr, q, 0);
+    for (void* q : entry.second) Free(q);
   }
-  EXPECT_TRUE(HoldsNoArena(st));
-  EXPECT_EQ(CheckState(st), "");
   EXPECT_EQ(Kinds(raw.log), "");
 }
 
-TEST(PyMgr, RandomChurnKeepsListsConsistentAndBlocksIntact) {
-  CKDMEM_PyMgr pools;
-  KDMEM_SetDefaultMgr(pools.GetMgr());
-  const KDMEM_PyState& st = pools.m_State;
+TEST_F(PyMgrTest, RandomChurnKeepsListsConsistentAndBlocksIntact) {
+  KDMEM_SetDefaultMgr(mgr);
   std::mt19937 rng(5150);
   Churn churn(0, &st);
   for (int op = 0; op < 60000; ++op) {
@@ -476,70 +410,51 @@ TEST(PyMgr, RandomChurnKeepsListsConsistentAndBlocksIntact) {
   }
   EXPECT_TRUE(churn.FreeAll());
   KDMEM_ResetSystemMgr();
-  EXPECT_EQ(CheckState(st), "");
-  EXPECT_TRUE(HoldsNoArena(st));
   EXPECT_EQ(st.m_nRawBlocks, churn.raw);
 }
 
 // A system manager that gives at least 1024 bytes whatever it is asked, so that an over-long copy
 // into a small block can be observed safely.
-_KDMEM_SystemMgr g_RoomySystemMgr = {
-    [](_KDMEM_SystemMgr*, size_t size, int) { return malloc(std::max<size_t>(size, 1024)); },
-    nullptr,
-    [](_KDMEM_SystemMgr*, void* block, size_t size, int) { return realloc(block, std::max<size_t>(size, 1024)); },
-    nullptr,
-    nullptr,
-    nullptr,
-    [](_KDMEM_SystemMgr*, void* block, int) { free(block); },
-    nullptr,
-    nullptr,
-    nullptr};
+void* RoomyAlloc(_KDMEM_SystemMgr*, size_t size, int) { return malloc(std::max<size_t>(size, 1024)); }
+void* RoomyRealloc(_KDMEM_SystemMgr*, void* p, size_t size, int) { return realloc(p, std::max<size_t>(size, 1024)); }
+void RoomyFree(_KDMEM_SystemMgr*, void* block, int) { free(block); }
+_KDMEM_SystemMgr g_RoomySystemMgr = {RoomyAlloc, nullptr, RoomyRealloc, nullptr, nullptr,
+                                     nullptr,    RoomyFree, nullptr, nullptr, nullptr};
 
-TEST(PyMgr, DiscardSendsNewRequestsToTheRawAllocator) {
-  CKDMEM_PyMgr pools;
-  CKD_MemoryMgr* mgr = pools.GetMgr();
-  KDMEM_PyState& st = pools.m_State;
+// A discard (here by destroying the manager) switches to state 1 only, since nothing raises the
+// allocated-arena count: new requests go to the raw allocator, pooled blocks can still be freed.
+TEST_F(PyMgrTest, DiscardSendsNewRequestsToTheRawAllocator) {
   StaticSystemSwap swap(&g_RoomySystemMgr);
   RawWatch raw;
-
-  void* old = KDMEM_Alloc(mgr, 32, 0);
-  Block shrink{static_cast<unsigned char*>(KDMEM_Alloc(mgr, 112, 0)), 112, 9};
+  void* old = Alloc(32);
+  Block shrink{static_cast<unsigned char*>(Alloc(112)), 112, 9};
   Fill(shrink);
-  ASSERT_TRUE(PyAddressInPools(&st, old));
+  ASSERT_TRUE(Pooled(old));
 
-  // Destroying the manager discards the pools: state 1, the record stays (it is not freed).
-  KDMEM_DestroyNorvaneMgr(mgr);
-  EXPECT_EQ(st.m_State, kdpy::kDiscarding);
-  EXPECT_EQ(mgr->m_Type, CKD_MemoryMgr::TypePool);
-  EXPECT_EQ(st.m_nAllocatedArenas, 0u);
-  EXPECT_NE(st.m_pArenas, nullptr);
-
-  void* fresh = KDMEM_Alloc(mgr, 32, 0);
-  EXPECT_FALSE(PyAddressInPools(&st, fresh));
+  KDMEM_DestroyNorvaneMgr(mgr);  // the record, part of the pool manager, is not freed
+  EXPECT_TRUE(st.m_State == kdpy::kDiscarding && st.m_nAllocatedArenas == 0 && st.m_pArenas);
+  void* fresh = Alloc(32);
+  EXPECT_FALSE(Pooled(fresh));
   EXPECT_EQ(st.m_nRawBlocks, 1);
   EXPECT_EQ(Kinds(raw.log), "OnAlloc");
   EXPECT_EQ(raw.log[0].size, 32u);
-
-  // Pooled blocks still go back to their pools.
-  KDMEM_Free(mgr, old, 0);
+  Free(old);
   EXPECT_EQ(st.m_nRawBlocks, 1);
 
   // A pooled block reallocated after a discard moves to an n-byte raw block and gets all of its
   // old block (112 bytes) copied into it, even when n is smaller.
-  auto* moved = static_cast<unsigned char*>(KDMEM_Realloc(mgr, shrink.p, 40, 0));
-  ASSERT_FALSE(PyAddressInPools(&st, moved));
+  auto* moved = static_cast<unsigned char*>(Realloc(shrink.p, 40));
+  ASSERT_FALSE(Pooled(moved));
   EXPECT_EQ(raw.log.back().size, 40u);
   shrink.p = moved;
   EXPECT_TRUE(Intact(shrink, 112));
-  EXPECT_TRUE(HoldsNoArena(st));  // the last pooled block has gone
 
   // A second discard, and a purge attempt with the count at 0, change nothing.
   pools.Discard();
   _PyObject_TryPurge(&st);
   EXPECT_EQ(st.m_State, kdpy::kDiscarding);
-  EXPECT_EQ(CheckState(st), "");
-  KDMEM_Free(mgr, fresh, 0);
-  KDMEM_Free(mgr, moved, 0);
+  Free(fresh);
+  Free(moved);
   EXPECT_EQ(st.m_nRawBlocks, -1);
 }
 
@@ -578,9 +493,9 @@ TEST(PyMgr, ReleaseRunsOnlyWhenTheCountSaysOneArena) {
   }
 }
 
-TEST(PyMgr, RawFailureIsReportedByBothManagers) {
-  CKDMEM_PyMgr pools;
-  CKD_MemoryMgr* mgr = pools.GetMgr();
+// A failure of the raw allocator is reported by the static default manager and then by the pool
+// manager, whose system slot returned null.
+TEST_F(PyMgrTest, RawFailureIsReportedByBothManagers) {
   EventLog log;
   TestSystemMgr failing(&log);
   OOMCounter static_oom(&log);
@@ -591,37 +506,32 @@ TEST(PyMgr, RawFailureIsReportedByBothManagers) {
   RecordingDebugger debugger(&log);
   KDMEM_UseDebugger(&g_DefNorvaneMgr, debugger.table());
 
-  void* small = KDMEM_Alloc(mgr, 64, 0);
+  void* small = Alloc(64);
   ASSERT_NE(small, nullptr);
   failing.FailAll(true);
-  EXPECT_EQ(KDMEM_Alloc(mgr, 5000, 0), nullptr);
+  EXPECT_EQ(Alloc(5000), nullptr);
   EXPECT_EQ(Kinds(log), "alloc OnAlloc oom oom");
-  EXPECT_EQ(static_oom.calls, 1);
-  EXPECT_EQ(static_oom.last_mgr, &g_DefNorvaneMgr);
-  EXPECT_EQ(pool_oom.calls, 1);
-  EXPECT_EQ(pool_oom.last_mgr, mgr);
+  EXPECT_TRUE(static_oom.last_mgr == &g_DefNorvaneMgr && pool_oom.last_mgr == mgr);
 
   // A pooled block that cannot move to the raw allocator stays where it is.
   memset(small, 0x3C, 64);
-  EXPECT_EQ(KDMEM_Realloc(mgr, small, 4000, 0), nullptr);
-  EXPECT_TRUE(PyAddressInPools(&pools.m_State, small));
+  EXPECT_EQ(Realloc(small, 4000), nullptr);
+  EXPECT_TRUE(Pooled(small));
   EXPECT_EQ(static_cast<unsigned char*>(small)[63], 0x3C);
-  EXPECT_EQ(pools.m_State.m_nRawBlocks, 0);
-  EXPECT_EQ(pool_oom.calls, 2);
+  EXPECT_EQ(st.m_nRawBlocks, 0);
+  EXPECT_TRUE(static_oom.calls == 2 && pool_oom.calls == 2);
 
   KDMEM_UseDebugger(&g_DefNorvaneMgr, nullptr);
   KDMEM_SetOOMHandler(&g_DefNorvaneMgr, nullptr, nullptr);
-  KDMEM_Free(mgr, small, 0);
+  Free(small);
 }
 
-TEST(PyMgr, CallsWaitForTheMutex) {
-  CKDMEM_PyMgr pools;
-  CKD_MemoryMgr* mgr = pools.GetMgr();
+TEST_F(PyMgrTest, CallsWaitForTheMutex) {
   std::atomic<bool> done{false};
   void* block = nullptr;
   KD_Mutex_Lock(&pools.m_Mutex);
   std::thread t([&] {
-    block = KDMEM_Alloc(mgr, 48, 0);
+    block = Alloc(48);
     done = true;
   });
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -629,8 +539,8 @@ TEST(PyMgr, CallsWaitForTheMutex) {
   KD_Mutex_Unlock(&pools.m_Mutex);
   t.join();
   EXPECT_TRUE(done);
-  EXPECT_TRUE(PyAddressInPools(&pools.m_State, block));
-  KDMEM_Free(mgr, block, 0);
+  EXPECT_TRUE(Pooled(block));
+  Free(block);
 }
 
 #ifdef NORVANE_ASAN
@@ -690,8 +600,7 @@ TEST(PoolStress, ThreadsKeepEveryBlockIntact) {
   }
   shared.FreeAll();
   KDMEM_ResetSystemMgr();
-  EXPECT_EQ(CheckState(pools.m_State), "");
-  EXPECT_TRUE(HoldsNoArena(pools.m_State));
+  EXPECT_EQ(CheckState(pools.m_State, kDrained), "");
 }
 
 }  // namespace

@@ -35,20 +35,18 @@ class Context : public ::testing::Test {
   void TearDown() override { KD_Process_Finalize(); }
 };
 
+// Without a process context last errors are dropped and read as 0, and private data, handler and
+// exception context are missing.
 TEST_F(Context, NothingWorksWithoutAProcessContext) {
   ASSERT_EQ(KD_Process_GetContext(), nullptr);
   KD_Thread_SetLastError(5);
-  EXPECT_EQ(KD_Thread_GetLastError(), 0);
   KD_Thread_SetPrivateData(&g_key_a, &g_key_b, Release);
-  EXPECT_EQ(KD_Thread_GetPrivateData(&g_key_a), nullptr);
-  EXPECT_EQ(KD_Thread_GetPrivateData(), nullptr);
-  EXPECT_FALSE(KD_Thread_RemovePrivateData(&g_key_a));
   KD_Process_SetPrivateData(&g_key_a, &g_key_b, Release);
-  EXPECT_EQ(KD_Process_GetPrivateData(&g_key_a), nullptr);
-  EXPECT_EQ(KD_Thread_GetExceptionContext(), nullptr);
   KD_Thread_SetHandler(&g_key_a);
-  EXPECT_EQ(KD_Thread_GetHandler(), nullptr);
-  EXPECT_EQ(KD_Thread_GetContext(), nullptr);
+  EXPECT_EQ(KD_Thread_GetLastError(), 0);
+  EXPECT_TRUE(!KD_Thread_GetPrivateData(&g_key_a) && !KD_Thread_GetPrivateData() && !KD_Process_GetPrivateData(&g_key_a));
+  EXPECT_FALSE(KD_Thread_RemovePrivateData(&g_key_a));
+  EXPECT_TRUE(!KD_Thread_GetExceptionContext() && !KD_Thread_GetHandler() && !KD_Thread_GetContext());
   EXPECT_EQ(g_released, 0);
   EXPECT_EQ(KD_Process_GetID(), getpid());
   KD_Process_Finalize();  // nothing to finalise
@@ -62,15 +60,14 @@ TEST_F(Context, PrivateDataAndLastError) {
   EXPECT_EQ(KD_Process_GetContext(), first);
   EXPECT_EQ(KDMEM_GetDefaultMgr()->m_pProcessContext, first);
 
+  // The initialising thread has a context, with 512 zeroed try frames and none open.
   CKD_ThreadContext* self = KD_Thread_GetContext();
   ASSERT_NE(self, nullptr);
   EXPECT_EQ(KD_Thread_GetContext(KD_Thread_GetHandle()), self);
   ASSERT_NE(KD_Thread_GetExceptionContext(), nullptr);
   CKD_ExceptionErrorContext* errors = KD_Thread_GetExceptionContext()->m_pErrorContext;
-  ASSERT_NE(errors, nullptr);
-  EXPECT_EQ(errors->m_nDepth, -1);
-  ASSERT_NE(errors->m_pFrames, nullptr);
-  EXPECT_EQ(errors->m_pFrames[511].m_nCode, 0);
+  ASSERT_TRUE(errors && errors->m_pFrames);
+  EXPECT_TRUE(errors->m_nDepth == -1 && errors->m_pFrames[511].m_nCode == 0);
 
   EXPECT_EQ(KD_Thread_GetLastError(), 0);
   KD_Thread_SetLastError(-7);
@@ -80,12 +77,10 @@ TEST_F(Context, PrivateDataAndLastError) {
   KD_Thread_SetPrivateData(&g_key_a, &g_key_a, Release);
   KD_Thread_SetPrivateData(&g_key_b, &g_key_b, Release);
   KD_Thread_SetPrivateData(&g_key_a, &g_key_c, Release);
-  EXPECT_EQ(g_released, 1);
-  EXPECT_EQ(g_released_data[0], &g_key_a);
+  KD_Thread_SetPrivateData(nullptr, &g_key_a, Release);  // a null key is ignored
+  EXPECT_EQ(g_released_data, std::vector<void*>{&g_key_a});
   EXPECT_EQ(KD_Thread_GetPrivateData()->GetCount(), 2);
   EXPECT_EQ(KD_Thread_GetPrivateData(&g_key_a), &g_key_c);
-  KD_Thread_SetPrivateData(nullptr, &g_key_a, Release);  // a null key is ignored
-  EXPECT_EQ(KD_Thread_GetPrivateData()->GetCount(), 2);
 
   // Removing leaves the data alive: no callback.
   EXPECT_TRUE(KD_Thread_RemovePrivateData(&g_key_b));
@@ -108,10 +103,9 @@ TEST_F(Context, PrivateDataAndLastError) {
   // Finalising releases the process data first, then each thread's, in insertion order.
   g_released_data.clear();
   KD_Process_Finalize();
-  EXPECT_EQ(KD_Process_GetContext(), nullptr);
+  EXPECT_TRUE(!KD_Process_GetContext() && !KD_Thread_GetContext());
   EXPECT_EQ(g_released_data, (std::vector<void*>{&g_key_b, &g_key_c}));
   EXPECT_EQ(deleted, 2);
-  EXPECT_EQ(KD_Thread_GetContext(), nullptr);
 }
 
 std::atomic<int> g_called{0};
@@ -168,37 +162,28 @@ TEST_F(Context, ThreadsGetTheirOwnContexts) {
   for (auto& t : threads) EXPECT_EQ(KD_Thread_GetContext(t), nullptr);
   EXPECT_EQ(g_released, 4);
   EXPECT_EQ(KD_Process_GetContext()->m_ThreadMap.GetCount(), 1);
-}
 
-TEST_F(Context, FinalizeReleasesContextsOfExitedThreads) {
-  KD_Process_Initialize();
-  auto body = [](void*) -> void* {
+  // KD_Thread_Exit leaves the thread's context in the map, for finalising to release.
+  auto exits = [](void*) -> void* {
     KD_Thread_SetPrivateData(&g_key_b, &g_key_c, Release);
-    KD_Thread_Exit();  // leaves its context in the map
+    KD_Thread_Exit();
   };
-  KD_HTHREAD* t = KD_Thread_Create(0, 0, body, nullptr);
+  KD_HTHREAD* t = KD_Thread_Create(0, 0, exits, nullptr);
   ASSERT_EQ(KD_Thread_WaitForSingleThread(t), 0);
   EXPECT_NE(KD_Thread_GetContext(t), nullptr);
-  EXPECT_EQ(g_released, 0);
+  EXPECT_EQ(g_released, 4);
   KD_Process_Finalize();
-  EXPECT_EQ(g_released, 1);
-  EXPECT_EQ(g_released_data[0], &g_key_c);
+  EXPECT_EQ(g_released_data.back(), &g_key_c);
 }
 
-TEST_F(Context, TheVisibleContextFollowsTheDefaultManager) {
+// The process context hangs off the default manager, so switching the default switches the
+// visible context; every allocation failing in turn leaves nothing behind.
+TEST_F(Context, FollowsTheDefaultManagerAndSurvivesEveryAllocationFailure) {
   KD_Process_Initialize();
   CKD_ProcessContext* process = KD_Process_GetContext();
-  {
-    kdtest::TestDefaultMgr t;
-    EXPECT_EQ(KD_Process_GetContext(), nullptr);
-    EXPECT_EQ(KD_Thread_GetContext(), nullptr);
-  }
-  EXPECT_EQ(KD_Process_GetContext(), process);
-}
-
-TEST_F(Context, SurvivesEveryAllocationFailure) {
   for (int n = 1; n <= 12; ++n) {
     kdtest::TestDefaultMgr t;
+    EXPECT_TRUE(!KD_Process_GetContext() && !KD_Thread_GetContext());
     t.sys().FailNth(n);
     KD_Process_Initialize();
     KD_Thread_SetPrivateData(&g_key_a, &g_key_b, Release);
@@ -207,6 +192,7 @@ TEST_F(Context, SurvivesEveryAllocationFailure) {
     KD_Process_Finalize();
     EXPECT_EQ(t.live_blocks(), 0u) << "allocation " << n << " failing";
   }
+  EXPECT_EQ(KD_Process_GetContext(), process);
 }
 
 }  // namespace

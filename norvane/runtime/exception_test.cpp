@@ -8,10 +8,14 @@ namespace {
 
 int Depth() { return KD_IMP_GetErrorContext()->m_nDepth; }
 
+// Every test leaves no frame open.
 class Exceptions : public ::testing::Test {
  protected:
   void SetUp() override { KD_Process_Initialize(); }
-  void TearDown() override { KD_Process_Finalize(); }
+  void TearDown() override {
+    EXPECT_EQ(Depth(), -1);
+    KD_Process_Finalize();
+  }
 };
 
 void ThrowFromDeep(int levels, int code) {
@@ -37,19 +41,14 @@ TEST_F(Exceptions, CatchByExactCode) {
     EXPECT_EQ(Depth(), -1);  // the catch closed the frame
   }
   KD_END_TRY
-  EXPECT_EQ(reached, 1);
-  EXPECT_EQ(caught, 5);
-  EXPECT_EQ(code, 5);
-  EXPECT_EQ(Depth(), -1);
+  EXPECT_TRUE(reached == 1 && caught == 5 && code == 5);
 
   // A body that does not throw runs whole and no handler runs.
   volatile bool handled = false;
   KD_TRY { reached = 3; }
   KD_CATCH_ALL { handled = true; }
   KD_END_TRY
-  EXPECT_EQ(reached, 3);
-  EXPECT_FALSE(handled);
-  EXPECT_EQ(Depth(), -1);
+  EXPECT_TRUE(reached == 3 && !handled);
 
   // A thrown 0 arrives as 1; a throw with no open try returns.
   KD_TRY { KD_Throw(0); }
@@ -57,7 +56,6 @@ TEST_F(Exceptions, CatchByExactCode) {
   KD_END_TRY
   EXPECT_TRUE(handled);
   KD_Throw(3);
-  EXPECT_EQ(Depth(), -1);
 }
 
 TEST_F(Exceptions, UncaughtCodesGoToTheEnclosingTry) {
@@ -73,9 +71,7 @@ TEST_F(Exceptions, UncaughtCodesGoToTheEnclosingTry) {
     EXPECT_EQ(Depth(), -1);
   }
   KD_END_TRY
-  EXPECT_EQ(outer_caught, 7);
-  EXPECT_EQ(inner_after, 0);
-  EXPECT_EQ(Depth(), -1);
+  EXPECT_TRUE(outer_caught == 7 && inner_after == 0);
 
   // KD_ContinueThrow from a handler, and a new throw from a handler, reach the enclosing try.
   volatile int seen = 0;
@@ -101,7 +97,6 @@ TEST_F(Exceptions, UncaughtCodesGoToTheEnclosingTry) {
   KD_CATCH(13) { seen = 13; }
   KD_END_TRY
   EXPECT_EQ(seen, 11);
-  EXPECT_EQ(Depth(), -1);
 }
 
 TEST_F(Exceptions, ALowByteOfZeroIsNothingPending) {
@@ -121,7 +116,6 @@ TEST_F(Exceptions, ALowByteOfZeroIsNothingPending) {
   KD_CATCH_ALL { result = -2; }
   KD_END_TRY
   EXPECT_EQ(result, 1);
-  EXPECT_EQ(Depth(), -1);
 }
 
 // Opens nested try blocks until the frame stack is full.
@@ -142,7 +136,6 @@ TEST_F(Exceptions, The512thNestedTryDoesNotOpen) {
   EXPECT_EQ(g_bodies, 511);
   EXPECT_EQ(g_overflow_code, 257);
   EXPECT_EQ(KD_IMP_GetErrorContext()->m_pFrames[511].m_nCode, 257);
-  EXPECT_EQ(Depth(), -1);
 }
 
 TEST_F(Exceptions, EachThreadHasItsOwnFrames) {
@@ -158,7 +151,6 @@ TEST_F(Exceptions, EachThreadHasItsOwnFrames) {
   KD_TRY { KD_Thread_WaitForMultipleThreads(threads, 3); }
   KD_END_TRY
   for (int r : results) EXPECT_EQ(r, 21);
-  EXPECT_EQ(Depth(), -1);
 }
 
 TEST(ExceptionsWithoutContext, BodiesRunAndThrowsDoNothing) {

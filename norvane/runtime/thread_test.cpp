@@ -10,28 +10,35 @@
 
 namespace {
 
-// Runs f on another thread and returns its result.
+// Whether another thread gets the lock with try_lock; if it does, it releases it with unlock.
+template <class Try, class Unlock>
+bool OtherThreadGets(Try try_lock, Unlock unlock) {
+  bool got = false;
+  std::thread([&] {
+    if ((got = try_lock())) unlock();
+  }).join();
+  return got;
+}
+
+// Runs body on four threads at once and waits for them.
 template <class F>
-bool OnOtherThread(F f) {
-  bool result = false;
-  std::thread t([&] { result = f(); });
-  t.join();
-  return result;
+void OnFourThreads(F body) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) threads.emplace_back(body);
+  for (auto& t : threads) t.join();
 }
 
 TEST(Sync, MutexesAreRecursive) {
   KD_MUTEX m;
   ASSERT_TRUE(KD_Mutex_Initialize(&m));
+  auto try_lock = [&] { return KD_Mutex_TryLock(&m); };
+  auto unlock = [&] { KD_Mutex_Unlock(&m); };
   KD_Mutex_Lock(&m);
-  EXPECT_TRUE(KD_Mutex_TryLock(&m));  // the owner may lock again
+  EXPECT_TRUE(KD_Mutex_TryLock(&m));  // the owner may lock again, and must unlock as often
   KD_Mutex_Unlock(&m);
-  EXPECT_FALSE(OnOtherThread([&] { return KD_Mutex_TryLock(&m); }));
+  EXPECT_FALSE(OtherThreadGets(try_lock, unlock));
   KD_Mutex_Unlock(&m);
-  EXPECT_TRUE(OnOtherThread([&] {
-    bool got = KD_Mutex_TryLock(&m);
-    if (got) KD_Mutex_Unlock(&m);
-    return got;
-  }));
+  EXPECT_TRUE(OtherThreadGets(try_lock, unlock));
   KD_Mutex_Destroy(&m);
   EXPECT_FALSE(KD_Mutex_Initialize(nullptr));
   EXPECT_FALSE(KD_Mutex_TryLock(nullptr));
@@ -42,11 +49,7 @@ TEST(Sync, MutexesAreRecursive) {
   lock.Lock();
   lock.Unlock();
   lock.Unlock();
-  EXPECT_TRUE(OnOtherThread([&] {
-    bool got = lock.TryLock();
-    if (got) lock.Unlock();
-    return got;
-  }));
+  EXPECT_TRUE(OtherThreadGets([&] { return lock.TryLock(); }, [&] { lock.Unlock(); }));
 }
 
 TEST(Sync, SpinLocksAreIntegersZeroWhenFree) {
@@ -65,42 +68,37 @@ TEST(Sync, SpinLocksAreIntegersZeroWhenFree) {
 
   // Contention: the lock keeps a plain counter exact.
   long counter = 0;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 20000; ++i) {
-        KD_SpinLock_Lock(&lock);
-        ++counter;
-        KD_SpinLock_Unlock(&lock);
-      }
-    });
-  }
-  for (auto& t : threads) t.join();
+  OnFourThreads([&] {
+    for (int i = 0; i < 20000; ++i) {
+      KD_SpinLock_Lock(&lock);
+      ++counter;
+      KD_SpinLock_Unlock(&lock);
+    }
+  });
   EXPECT_EQ(counter, 80000);
 }
 
 TEST(Sync, ReaderWriterLocks) {
   KD_RWLOCK rw;
   ASSERT_TRUE(KD_RWLock_Initialize(&rw));
+  auto try_read = [&] { return KD_RWLock_TryReadLock(&rw); };
+  auto try_write = [&] { return KD_RWLock_TryWriteLock(&rw); };
+  auto unlock = [&] { KD_RWLock_ReadUnlock(&rw); };  // the same unlock as for writing
   KD_RWLock_ReadLock(&rw);
-  EXPECT_TRUE(OnOtherThread([&] {
-    bool got = KD_RWLock_TryReadLock(&rw);
-    if (got) KD_RWLock_ReadUnlock(&rw);
-    return got;
-  }));
-  EXPECT_FALSE(OnOtherThread([&] { return KD_RWLock_TryWriteLock(&rw); }));
+  EXPECT_TRUE(OtherThreadGets(try_read, unlock));
+  EXPECT_FALSE(OtherThreadGets(try_write, unlock));
   KD_RWLock_ReadUnlock(&rw);
   KD_RWLock_WriteLock(&rw);
-  EXPECT_FALSE(OnOtherThread([&] { return KD_RWLock_TryReadLock(&rw); }));
+  EXPECT_FALSE(OtherThreadGets(try_read, unlock));
   KD_RWLock_WriteUnlock(&rw);
+  EXPECT_TRUE(OtherThreadGets(try_write, [&] { KD_RWLock_WriteUnlock(&rw); }));
   KD_RWLock_Destroy(&rw);
 }
 
 TEST(Sync, AtomicsReturnTheNewValue) {
   int32_t v = 1;
-  EXPECT_EQ(KD_Atom_Subtract32(&v, 3), -2);
-  EXPECT_EQ(v, -2);
-  EXPECT_EQ(KD_Atom_Add32(&v, 10), 8);
+  EXPECT_EQ(KD_Atom_Subtract32(&v, 3), -2);  // the new value, also stored
+  EXPECT_EQ(KD_Atom_Add32(&v, 10), 8);  // from the stored -2
   int32_t top = INT32_MAX;
   EXPECT_EQ(KD_Atom_Add32(&top, 1), INT32_MIN);  // wraps
   long long w = 1LL << 40;
@@ -109,13 +107,9 @@ TEST(Sync, AtomicsReturnTheNewValue) {
   EXPECT_EQ(KD_Atom_Add32(nullptr, 1), 0);
 
   int32_t shared = 0;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 50000; ++i) KD_Atom_Add32(&shared, 2), KD_Atom_Subtract32(&shared, 1);
-    });
-  }
-  for (auto& t : threads) t.join();
+  OnFourThreads([&] {
+    for (int i = 0; i < 50000; ++i) KD_Atom_Add32(&shared, 2), KD_Atom_Subtract32(&shared, 1);
+  });
   EXPECT_EQ(shared, 200000);
 }
 

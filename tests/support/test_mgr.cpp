@@ -30,13 +30,6 @@ size_t TestSystemMgr::live_blocks() const {
   return live_.size();
 }
 
-size_t TestSystemMgr::live_bytes() const {
-  std::lock_guard<std::mutex> lock(mu_);
-  size_t total = 0;
-  for (auto& entry : live_) total += entry.second;
-  return total;
-}
-
 size_t TestSystemMgr::SizeOf(void* block) const {
   std::lock_guard<std::mutex> lock(mu_);
   auto it = live_.find(block);
@@ -161,19 +154,30 @@ int OOMCounter::Handler(CKD_MemoryMgr* mgr, void* param) {
   return 0;
 }
 
-TestDefaultMgr::TestDefaultMgr(EventLog* log) : sys_(log), oom_(log) {
+TestMgr::TestMgr(EventLog* log) : sys_(log), oom_(log) {
   mgr_ = KDMEM_CreateNorvaneMgr(sys_.sys());
   KDMEM_SetOOMHandler(mgr_, OOMCounter::Handler, &oom_);
-  previous_ = KDMEM_GetDefaultMgr();
-  KDMEM_SetDefaultMgr(mgr_);
-  // The manager's own record is not part of what a test counts or logs.
   sys_.Reset();
   if (log) log->clear();
 }
 
-TestDefaultMgr::~TestDefaultMgr() {
-  KDMEM_SetDefaultMgr(previous_);
-  KDMEM_DestroyNorvaneMgr(mgr_);
+TestMgr::~TestMgr() { KDMEM_DestroyNorvaneMgr(mgr_); }
+
+TestDefaultMgr::TestDefaultMgr(EventLog* log) : TestMgr(log), previous_(KDMEM_GetDefaultMgr()) {
+  KDMEM_SetDefaultMgr(mgr());
+}
+
+TestDefaultMgr::~TestDefaultMgr() { KDMEM_SetDefaultMgr(previous_); }
+
+std::string MgrRecordFault(const CKD_MemoryMgr* mgr, CKD_MemoryMgr::Type type, const _KDMEM_SystemMgr* sys,
+                           bool owned) {
+  if (mgr->m_Type != type) return "type";
+  if (mgr->m_pSystemMgr != sys) return "system manager";
+  if (mgr->m_pDebugger || mgr->m_pOOMHandler || mgr->m_pOOMParam) return "debugger or handler";
+  if (mgr->m_pProcessContext || mgr->m_pExtraBuffer) return "process context or extra buffer";
+  if (mgr->m_Allocator.m_pMgr != mgr) return "allocator back pointer";
+  if (mgr->m_bOwned != owned) return "owned flag";
+  return "";
 }
 
 std::string Kinds(const EventLog& log) {

@@ -2,10 +2,10 @@
 //
 // TestSystemMgr is a _KDMEM_SystemMgr over malloc that counts and records its calls, keeps the
 // size of every live block, and fails on demand: the n-th allocating call from now, every call
-// above a size, or every call. TestDefaultMgr builds a manager over one and installs it as the
-// default for the scope of a test. RecordingDebugger is a KDMEM_Debugger that records its hooks.
-// A shared event log lets a test check the order in which system manager, debugger and handler
-// were called.
+// above a size, or every call. TestMgr builds a manager over one, for code handed an allocator;
+// TestDefaultMgr also installs it as the default for the scope of a test. RecordingDebugger is a
+// KDMEM_Debugger that records its hooks. A shared event log lets a test check the order in which
+// system manager, debugger and handler were called.
 #ifndef NORVANE_TESTS_SUPPORT_TEST_MGR_H_
 #define NORVANE_TESTS_SUPPORT_TEST_MGR_H_
 
@@ -57,7 +57,6 @@ class TestSystemMgr {
   long purges() const { return purges_; }
   long bad_frees() const { return bad_frees_; }  // frees of blocks this manager does not own
   size_t live_blocks() const;
-  size_t live_bytes() const;
   size_t SizeOf(void* block) const;  // 0 when not live
   // Sizes requested by the allocating calls, in order (failed ones included).
   const std::vector<size_t>& requests() const { return requests_; }
@@ -109,27 +108,43 @@ struct OOMCounter {
   EventLog* log;
 };
 
-// A manager over a TestSystemMgr with an OOMCounter handler, installed as the default while the
-// object lives; the previous default is restored on destruction.
-class TestDefaultMgr {
+// A manager over its own TestSystemMgr with an OOMCounter handler, destroyed with the object.
+// The manager's own record is left out of what a test counts or logs.
+class TestMgr {
  public:
-  explicit TestDefaultMgr(EventLog* log = nullptr);
-  ~TestDefaultMgr();
-  TestDefaultMgr(const TestDefaultMgr&) = delete;
-  TestDefaultMgr& operator=(const TestDefaultMgr&) = delete;
+  explicit TestMgr(EventLog* log = nullptr);
+  ~TestMgr();
+  TestMgr(const TestMgr&) = delete;
+  TestMgr& operator=(const TestMgr&) = delete;
 
   TestSystemMgr& sys() { return sys_; }
   CKD_MemoryMgr* mgr() { return mgr_; }
+  IKD_Allocator* allocator() { return &mgr_->m_Allocator; }
   OOMCounter& oom() { return oom_; }
-  // Blocks alive in the system manager, not counting the manager's own record.
   size_t live_blocks() const { return sys_.live_blocks() - 1; }
 
  private:
   TestSystemMgr sys_;
   OOMCounter oom_;
   CKD_MemoryMgr* mgr_;
+};
+
+// A TestMgr installed as the default while the object lives; the previous default is restored
+// on destruction.
+class TestDefaultMgr : public TestMgr {
+ public:
+  explicit TestDefaultMgr(EventLog* log = nullptr);
+  ~TestDefaultMgr();
+
+ private:
   CKD_MemoryMgr* previous_;
 };
+
+// Checks a manager record as Init leaves it: the given type, system manager and owned flag, no
+// debugger, handler, process context or extra buffer, and its allocator bound to the record.
+// Returns the first field that differs, or "".
+std::string MgrRecordFault(const CKD_MemoryMgr* mgr, CKD_MemoryMgr::Type type, const _KDMEM_SystemMgr* sys,
+                           bool owned);
 
 // Kinds of the events in log, in order, e.g. "alloc OnAlloc oom".
 std::string Kinds(const EventLog& log);

@@ -1,12 +1,13 @@
 // VirtualSlot: the index of a virtual function in its class's table, read from a pointer to
-// member (Itanium C++ ABI, as used on x86-64 and ARM64 Linux). Tests use it to hold the slot
-// order of the library's interfaces fixed.
+// member (Itanium C++ ABI, as used on x86-64 and ARM64 Linux), and VirtualSlots for several at
+// once. Tests use them to hold the slot order of the library's interfaces fixed.
 #ifndef NORVANE_TESTS_SUPPORT_VTABLE_H_
 #define NORVANE_TESTS_SUPPORT_VTABLE_H_
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 namespace kdtest {
 
@@ -24,6 +25,12 @@ long VirtualSlot(MemberFunction member) {
   if (!(words[0] & 1)) return -1;
   return static_cast<long>((words[0] - 1) / sizeof(void*));
 #endif
+}
+
+// The slots of several virtual functions, to compare a whole table order at once.
+template <class... MemberFunctions>
+std::vector<long> VirtualSlots(MemberFunctions... members) {
+  return {VirtualSlot(members)...};
 }
 
 }  // namespace kdtest
