@@ -2,8 +2,8 @@
 
 #include <cstring>
 #include <cwchar>
-#include <new>
 
+#include "norvane/memory/memory_internal.h"
 #include "norvane/runtime/kdcrt_thread_internal.h"
 #include "norvane/streams/kdcrt_file_internal.h"
 #include "norvane/text/byte_string.h"
@@ -32,12 +32,7 @@ void CKD_CRTFileStream::Release() {
     last = m_nRefCount-- == 1;
   }
   if (!last) return;
-  if (IKD_Allocator* allocator = m_pAllocator) {
-    this->~CKD_CRTFileStream();
-    allocator->m_Free(allocator, this);
-  } else {
-    delete this;
-  }
+  kdmem::DeleteTo(m_pAllocator, this);
 }
 
 IKD_FileStream* CKD_CRTFileStream::Retain() {
@@ -123,12 +118,7 @@ IKD_FileStream* MakeStream(const Path& path, uint32_t modes, IKD_Allocator* allo
     file->Release(allocator);
     return nullptr;
   }
-  CKD_CRTFileStream* stream = nullptr;
-  if (!allocator) {
-    stream = new CKD_CRTFileStream(allocator, file);
-  } else if (void* p = allocator->m_Alloc(allocator, sizeof(CKD_CRTFileStream))) {
-    stream = ::new (p) CKD_CRTFileStream(allocator, file);
-  }
+  CKD_CRTFileStream* stream = kdmem::NewFrom<CKD_CRTFileStream>(allocator, allocator, file);
   if (!stream) file->Release(allocator);
   return stream;
 }
@@ -185,12 +175,7 @@ bool CKD_CRTFileAccess::Init(const CKD_WideStringC& path, IKD_Allocator* allocat
 
 IKD_FileAccess* KD_CreateDefaultFileAccess(const CKD_WideStringC& path, IKD_Allocator* allocator) {
   if (path.IsEmpty()) return nullptr;
-  CKD_CRTFileAccess* access = nullptr;
-  if (!allocator) {
-    access = new CKD_CRTFileAccess;
-  } else if (void* p = allocator->m_Alloc(allocator, sizeof(CKD_CRTFileAccess))) {
-    access = ::new (p) CKD_CRTFileAccess;
-  }
+  CKD_CRTFileAccess* access = kdmem::NewFrom<CKD_CRTFileAccess>(allocator);
   if (!access) return nullptr;
   access->Init(path, allocator);
   return access;
