@@ -76,4 +76,11 @@ class KDCRT_MutexLock {
   KD_MUTEX* m_pMutex;
 };
 
+// KDCRT_DropReference counts a reference down under mutex and says whether it was the last: the
+// caller then destroys the object, with the lock no longer held.
+inline bool KDCRT_DropReference(KD_MUTEX* mutex, uint32_t& count) {
+  KDCRT_MutexLock lock(mutex);
+  return count-- == 1;
+}
+
 #endif  // NORVANE_RUNTIME_KDCRT_THREAD_INTERNAL_H_

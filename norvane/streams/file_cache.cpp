@@ -203,12 +203,7 @@ bool CKD_CachedFileRead::PreCache(long long offset, int count) {
 }
 
 void CKD_CachedFileRead::Release() {
-  bool last;
-  {
-    KDCRT_MutexLock lock(&m_Lock);
-    last = m_nRefCount-- == 1;
-  }
-  if (!last) return;
+  if (!KDCRT_DropReference(&m_Lock, m_nRefCount)) return;
   kdmem::DeleteTo(m_pData ? m_pData->m_Cache.m_pAllocator : nullptr, this);
 }
 

@@ -26,13 +26,7 @@ CKD_CRTFileStream::~CKD_CRTFileStream() {
 }
 
 void CKD_CRTFileStream::Release() {
-  bool last;
-  {
-    KDCRT_MutexLock lock(&m_Lock);
-    last = m_nRefCount-- == 1;
-  }
-  if (!last) return;
-  kdmem::DeleteTo(m_pAllocator, this);
+  if (KDCRT_DropReference(&m_Lock, m_nRefCount)) kdmem::DeleteTo(m_pAllocator, this);
 }
 
 IKD_FileStream* CKD_CRTFileStream::Retain() {
@@ -112,12 +106,8 @@ namespace {
 
 template <class Path>
 IKD_FileStream* MakeStream(const Path& path, uint32_t modes, IKD_Allocator* allocator) {
-  IKDCRT_FileAccess* file = KDCRT_FileAccess_Create(allocator);
+  IKDCRT_FileAccess* file = KDCRT_FileAccess_Open(path, modes, allocator);
   if (!file) return nullptr;
-  if (!file->Open(path, modes)) {
-    file->Release(allocator);
-    return nullptr;
-  }
   CKD_CRTFileStream* stream = kdmem::NewFrom<CKD_CRTFileStream>(allocator, allocator, file);
   if (!stream) file->Release(allocator);
   return stream;

@@ -94,25 +94,14 @@ namespace {
 
 inline IKDCRT_FileAccess* Access(_KD_HFILE* file) { return reinterpret_cast<IKDCRT_FileAccess*>(file); }
 
-template <class Path>
-_KD_HFILE* OpenFile(const Path& path, uint32_t modes, IKD_Allocator* allocator) {
-  IKDCRT_FileAccess* access = KDCRT_FileAccess_Create(allocator);
-  if (!access) return nullptr;
-  if (!access->Open(path, modes)) {
-    access->Release(allocator);
-    return nullptr;
-  }
-  return reinterpret_cast<_KD_HFILE*>(access);
-}
-
 }  // namespace
 
 _KD_HFILE* KD_File_Open(const CKD_ByteStringC& path, uint32_t modes, IKD_Allocator* allocator) {
-  return OpenFile(path, modes, allocator);
+  return reinterpret_cast<_KD_HFILE*>(KDCRT_FileAccess_Open(path, modes, allocator));
 }
 
 _KD_HFILE* KD_File_Open(const CKD_WideStringC& path, uint32_t modes, IKD_Allocator* allocator) {
-  return OpenFile(path, modes, allocator);
+  return reinterpret_cast<_KD_HFILE*>(KDCRT_FileAccess_Open(path, modes, allocator));
 }
 
 void KD_File_Close(_KD_HFILE* file, IKD_Allocator* allocator) {

@@ -57,14 +57,7 @@ void CKD_MemoryStream::FreeBlock(uint8_t* block) {
 }
 
 void CKD_MemoryStream::Release() {
-  IKD_Allocator* allocator = m_Blocks.GetAllocator();
-  bool last;
-  {
-    KDCRT_MutexLock lock(&m_Lock);
-    last = m_nRefCount-- == 1;
-  }
-  if (!last) return;
-  kdmem::DeleteTo(allocator, this);
+  if (KDCRT_DropReference(&m_Lock, m_nRefCount)) kdmem::DeleteTo(m_Blocks.GetAllocator(), this);
 }
 
 IKD_FileStream* CKD_MemoryStream::Retain() {
