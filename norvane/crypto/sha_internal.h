@@ -11,6 +11,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 #include "norvane/crypto/sha.h"
 
@@ -92,6 +94,75 @@ inline void StoreBE32(uint8_t* p, uint32_t v) {
 inline void StoreBE64(uint8_t* p, uint64_t v) {
   v = __builtin_bswap64(v);
   __builtin_memcpy(p, &v, 8);
+}
+inline void StoreBE(uint8_t* p, uint32_t v) { StoreBE32(p, v); }
+inline void StoreBE(uint8_t* p, uint64_t v) { StoreBE64(p, v); }
+
+// The block buffering behind Sha1Update/Finish, Sha256Update/Finish and Sha512Update/Finish, over
+// a context with state, a one-block buffer and total_hi:total_lo (bytes absorbed) in words of the
+// state's width. Buffered and SetBuffered give the bytes waiting in the buffer: SHA-1 keeps a
+// count of them, the SHA-2 contexts derive it from total_lo.
+inline uint32_t Buffered(const CRYPT_SHA1Context* ctx) { return ctx->count; }
+inline void SetBuffered(CRYPT_SHA1Context* ctx, uint32_t n) { ctx->count = n; }
+inline uint32_t Buffered(const CRYPT_SHA256Context* ctx) { return ctx->total_lo & 63; }
+inline void SetBuffered(CRYPT_SHA256Context*, uint32_t) {}
+inline uint32_t Buffered(const CRYPT_SHA512Context* ctx) { return static_cast<uint32_t>(ctx->total_lo & 127); }
+inline void SetBuffered(CRYPT_SHA512Context*, uint32_t) {}
+
+// One 0x80 and then zeros: enough for the padding of a 128-byte block.
+inline constexpr uint8_t kShaPadding[128] = {0x80};
+
+// The two steps are static: each file that uses them gets its own copy, which the compiler treats
+// as a function of that file alone when it decides what to inline.
+//
+// BufferedUpdate absorbs size bytes: it fills a partly filled buffer first, then runs whole blocks
+// straight from data, and keeps the rest in the buffer.
+template <class Ctx, class Fn>
+static void BufferedUpdate(Ctx* ctx, const uint8_t* data, uint32_t size, Fn blocks) {
+  constexpr uint32_t kBlock = sizeof ctx->buffer;
+  if (!size) return;
+  uint32_t used = Buffered(ctx);
+  ctx->total_lo += size;
+  if (ctx->total_lo < size) ++ctx->total_hi;
+  if (used && used + size < kBlock) {
+    std::memcpy(ctx->buffer + used, data, size);
+    SetBuffered(ctx, used + size);
+    return;
+  }
+  if (used) {
+    uint32_t fill = kBlock - used;
+    std::memcpy(ctx->buffer + used, data, fill);
+    blocks(ctx->state, ctx->buffer, 1);
+    data += fill;
+    size -= fill;
+  }
+  if (size >= kBlock) {
+    blocks(ctx->state, data, size / kBlock);
+    data += size & ~(kBlock - 1);
+    size &= kBlock - 1;
+  }
+  if (size) std::memcpy(ctx->buffer, data, size);
+  SetBuffered(ctx, size);
+}
+
+// BufferedFinish pads the message with 0x80 and zeros up to its length in bits (the byte count
+// shifted left by three), big-endian in the last two words of a block, absorbing both through
+// update (the algorithm's Update function), and writes the first `words` state words big-endian
+// to digest.
+template <class Ctx, class Fn>
+static void BufferedFinish(Ctx* ctx, uint8_t* digest, int words, Fn blocks,
+                           void (*update)(Ctx*, const uint8_t*, uint32_t, Fn)) {
+  using Word = std::remove_reference_t<decltype(ctx->state[0])>;
+  constexpr uint32_t kWordBits = 8 * sizeof(Word);
+  constexpr uint32_t kBlock = sizeof ctx->buffer;
+  constexpr uint32_t kLengthAt = kBlock - 2 * sizeof(Word);
+  uint8_t trailer[2 * sizeof(Word)];
+  StoreBE(trailer, static_cast<Word>((ctx->total_hi << 3) | (ctx->total_lo >> (kWordBits - 3))));
+  StoreBE(trailer + sizeof(Word), static_cast<Word>(ctx->total_lo << 3));
+  uint32_t n = Buffered(ctx);
+  update(ctx, kShaPadding, n < kLengthAt ? kLengthAt - n : kBlock + kLengthAt - n, blocks);
+  update(ctx, trailer, sizeof trailer, blocks);
+  for (int i = 0; i < words; ++i) StoreBE(digest + sizeof(Word) * i, ctx->state[i]);
 }
 
 }  // namespace kdcrypt
