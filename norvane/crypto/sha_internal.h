@@ -72,6 +72,27 @@ const ShaKernelEntry<kd_sha1_block_fn>* Sha1Kernels();
 const ShaKernelEntry<kd_sha256_block_fn>* Sha256Kernels();
 const ShaKernelEntry<kd_sha512_block_fn>* Sha512Kernels();
 
+// NV_SHA2_16_ROUNDS(R) writes out sixteen SHA-2 rounds R(a, b, c, d, e, f, g, h, i), i = 0 to 15,
+// for a kernel's round macro R. The working variables are renamed rather than moved: each round's
+// a..h are the previous round's h, a..g, and after eight rounds the names are back in place.
+#define NV_SHA2_16_ROUNDS(R) \
+  R(a, b, c, d, e, f, g, h, 0);  \
+  R(h, a, b, c, d, e, f, g, 1);  \
+  R(g, h, a, b, c, d, e, f, 2);  \
+  R(f, g, h, a, b, c, d, e, 3);  \
+  R(e, f, g, h, a, b, c, d, 4);  \
+  R(d, e, f, g, h, a, b, c, 5);  \
+  R(c, d, e, f, g, h, a, b, 6);  \
+  R(b, c, d, e, f, g, h, a, 7);  \
+  R(a, b, c, d, e, f, g, h, 8);  \
+  R(h, a, b, c, d, e, f, g, 9);  \
+  R(g, h, a, b, c, d, e, f, 10); \
+  R(f, g, h, a, b, c, d, e, 11); \
+  R(e, f, g, h, a, b, c, d, 12); \
+  R(d, e, f, g, h, a, b, c, 13); \
+  R(c, d, e, f, g, h, a, b, 14); \
+  R(b, c, d, e, f, g, h, a, 15)
+
 // The round constants, for the kernels that load them as vectors.
 extern const uint32_t kSha256K[64];
 extern const uint64_t kSha512K[80];
