@@ -84,7 +84,8 @@ inline void* AllocFrom(IKD_Allocator* allocator, size_t count, size_t unit) {
 }
 
 inline void* ReallocFrom(IKD_Allocator* allocator, void* block, size_t count, size_t unit) {
-  return allocator ? allocator->m_Realloc(allocator, block, count * unit) : KDMEM_DefaultRealloc2(block, count, unit, 0);
+  return allocator ? allocator->m_Realloc(allocator, block, count * unit)
+                   : KDMEM_DefaultRealloc2(block, count, unit, 0);
 }
 
 inline void FreeTo(IKD_Allocator* allocator, void* block) {
