@@ -30,14 +30,26 @@ namespace kdcrypt {
 constexpr int kAesMaxRounds = 29;  // 120 schedule words of 4-word blocks
 
 // NR is the number of rounds, or 0 for a count known only at run time (keys of unusual lengths).
+// LoadRoundKeys loads the nr + 1 round keys of a schedule into rk, which has room for
+// AesRoundKeys<NR> of them, and returns nr: NR, or for 0 the context's count (at most
+// kAesMaxRounds).
+template <int NR>
+constexpr int AesRoundKeys = NR ? NR + 1 : kAesMaxRounds + 1;
+
+template <class Isa, int NR>
+NV_TARGET_AES inline int LoadRoundKeys(const AESContext* ctx, const uint32_t* schedule, typename Isa::Block* rk) {
+  const int nr = NR ? NR : (ctx->Nr < kAesMaxRounds ? ctx->Nr : kAesMaxRounds);
+  for (int r = 0; r <= nr; ++r) rk[r] = Isa::LoadWords(schedule + 4 * r);
+  return nr;
+}
+
 // Encryption is a chain: each block waits for the one before, so one block at a time.
 template <class Isa, int NR>
 NV_TARGET_AES void AesCbcEncryptHw(const AESContext* ctx, uint8_t* dest, const uint8_t* src, size_t blocks,
                                    uint32_t chain[4]) {
   using Block = typename Isa::Block;
-  const int nr = NR ? NR : (ctx->Nr < kAesMaxRounds ? ctx->Nr : kAesMaxRounds);
-  Block rk[NR ? NR + 1 : kAesMaxRounds + 1];
-  for (int r = 0; r <= nr; ++r) rk[r] = Isa::LoadWords(ctx->keysched + 4 * r);
+  Block rk[AesRoundKeys<NR>];
+  const int nr = LoadRoundKeys<Isa, NR>(ctx, ctx->keysched, rk);
   Block c = Isa::LoadWords(chain);
   for (; blocks; --blocks, src += 16, dest += 16) {
     // What comes before round 1 is done to the plaintext alone, off the chain.
@@ -56,9 +68,8 @@ template <class Isa, int NR>
 NV_TARGET_AES void AesCbcDecryptHw(const AESContext* ctx, uint8_t* dest, const uint8_t* src, size_t blocks,
                                    uint32_t chain[4]) {
   using Block = typename Isa::Block;
-  const int nr = NR ? NR : (ctx->Nr < kAesMaxRounds ? ctx->Nr : kAesMaxRounds);
-  Block rk[NR ? NR + 1 : kAesMaxRounds + 1];
-  for (int r = 0; r <= nr; ++r) rk[r] = Isa::LoadWords(ctx->invkeysched + 4 * r);
+  Block rk[AesRoundKeys<NR>];
+  const int nr = LoadRoundKeys<Isa, NR>(ctx, ctx->invkeysched, rk);
   Block prev = Isa::LoadWords(chain);
   for (; blocks >= 8; blocks -= 8, src += 128, dest += 128) {
     Block b[8];
