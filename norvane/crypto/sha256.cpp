@@ -97,14 +97,7 @@ void sha256_process(uint32_t state[8], const uint8_t* block) {
   NV_R(b, c, d, e, f, g, h, a, 63, 0xc67178f2u);
 #undef NV_R
 #undef NV_W
-  state[0] += a;
-  state[1] += b;
-  state[2] += c;
-  state[3] += d;
-  state[4] += e;
-  state[5] += f;
-  state[6] += g;
-  state[7] += h;
+  kdcrypt::Sha2FeedForward(state, a, b, c, d, e, f, g, h);
 }
 
 }  // namespace

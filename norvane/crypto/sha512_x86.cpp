@@ -74,14 +74,7 @@ NV_TARGET_AVX2 void Rounds(uint64_t state[8], const uint64_t wk[80]) {
     NV_SHA2_16_ROUNDS(NV_R);
 #undef NV_R
   }
-  state[0] += a;
-  state[1] += b;
-  state[2] += c;
-  state[3] += d;
-  state[4] += e;
-  state[5] += f;
-  state[6] += g;
-  state[7] += h;
+  kdcrypt::Sha2FeedForward(state, a, b, c, d, e, f, g, h);
 }
 
 }  // namespace

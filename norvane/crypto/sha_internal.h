@@ -93,6 +93,19 @@ const ShaKernelEntry<kd_sha512_block_fn>* Sha512Kernels();
   R(c, d, e, f, g, h, a, b, 14); \
   R(b, c, d, e, f, g, h, a, 15)
 
+// Sha2FeedForward ends a SHA-2 block: it adds the working variables a..h into the state.
+template <class Word>
+inline void Sha2FeedForward(Word state[8], Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h) {
+  state[0] += a;
+  state[1] += b;
+  state[2] += c;
+  state[3] += d;
+  state[4] += e;
+  state[5] += f;
+  state[6] += g;
+  state[7] += h;
+}
+
 // The round constants, for the kernels that load them as vectors.
 extern const uint32_t kSha256K[64];
 extern const uint64_t kSha512K[80];
