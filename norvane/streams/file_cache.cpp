@@ -208,8 +208,7 @@ void CKD_CachedFileRead::Release() {
 }
 
 IKD_FileStream* CKD_CachedFileRead::Retain() {
-  KDCRT_MutexLock lock(&m_Lock);
-  ++m_nRefCount;
+  KDCRT_AddReference(&m_Lock, m_nRefCount);
   return this;
 }
 

@@ -30,8 +30,7 @@ void CKD_CRTFileStream::Release() {
 }
 
 IKD_FileStream* CKD_CRTFileStream::Retain() {
-  KDCRT_MutexLock lock(&m_Lock);
-  ++m_nRefCount;
+  KDCRT_AddReference(&m_Lock, m_nRefCount);
   return this;
 }
 

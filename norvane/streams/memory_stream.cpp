@@ -61,8 +61,7 @@ void CKD_MemoryStream::Release() {
 }
 
 IKD_FileStream* CKD_MemoryStream::Retain() {
-  KDCRT_MutexLock lock(&m_Lock);
-  ++m_nRefCount;
+  KDCRT_AddReference(&m_Lock, m_nRefCount);
   return this;
 }
 
