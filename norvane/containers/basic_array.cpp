@@ -3,6 +3,8 @@
 #include <climits>
 #include <cstring>
 
+#include "norvane/memory/memory_internal.h"
+
 struct KDArrayLayout {
   static_assert(offsetof(CKD_BasicArray, m_pAllocator) == 0 && offsetof(CKD_BasicArray, m_pData) == 8 &&
                     offsetof(CKD_BasicArray, m_nSize) == 16 && offsetof(CKD_BasicArray, m_nMaxSize) == 20 &&
@@ -39,12 +41,7 @@ CKD_BasicArray::CKD_BasicArray(const CKD_BasicArray& other, IKD_Allocator* alloc
 CKD_BasicArray::~CKD_BasicArray() { FreeBlock(); }
 
 void CKD_BasicArray::FreeBlock() {
-  if (m_pData) {
-    if (m_pAllocator)
-      m_pAllocator->m_Free(m_pAllocator, m_pData);
-    else
-      KDMEM_DefaultFree(m_pData, 0);
-  }
+  if (m_pData) kdmem::FreeTo(m_pAllocator, m_pData);
   m_pData = nullptr;
   m_nSize = 0;
   m_nMaxSize = 0;
@@ -72,7 +69,7 @@ bool CKD_BasicArray::SetSize(int new_size, int grow_by) {
   }
   if (!m_pData) {
     size_t bytes = static_cast<size_t>(new_size) * unit;
-    void* block = m_pAllocator ? m_pAllocator->m_Alloc(m_pAllocator, bytes) : KDMEM_DefaultAlloc2(bytes, 1, 0);
+    void* block = kdmem::AllocFrom(m_pAllocator, bytes, 1);
     if (!block) {
       m_nSize = m_nMaxSize = 0;
       return false;
@@ -91,8 +88,7 @@ bool CKD_BasicArray::SetSize(int new_size, int grow_by) {
   long long capacity = m_nMaxSize + increment;
   if (capacity < new_size || capacity > INT_MAX) capacity = new_size;
   size_t bytes = static_cast<size_t>(capacity) * unit;
-  void* block = m_pAllocator ? m_pAllocator->m_Realloc(m_pAllocator, m_pData, bytes)
-                             : KDMEM_DefaultRealloc2(m_pData, bytes, 1, 0);
+  void* block = kdmem::ReallocFrom(m_pAllocator, m_pData, bytes, 1);
   if (!block) return false;
   m_pData = static_cast<uint8_t*>(block);
   memset(m_pData + m_nSize * unit, 0, (static_cast<size_t>(capacity) - m_nSize) * unit);

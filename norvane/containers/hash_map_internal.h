@@ -20,7 +20,7 @@
 #include <cstring>
 
 #include "norvane/containers/plex.h"
-#include "norvane/memory/memory_mgr.h"
+#include "norvane/memory/memory_internal.h"
 
 namespace kdmap {
 
@@ -41,18 +41,12 @@ struct Impl {
   using Key = typename Traits::Key;
 
   static Assoc** AllocTable(Map& m, size_t buckets) {
-    void* p = m.m_pAllocator ? m.m_pAllocator->m_Alloc(m.m_pAllocator, buckets * sizeof(Assoc*))
-                             : KDMEM_DefaultAlloc2(buckets, sizeof(Assoc*), 0);
+    void* p = kdmem::AllocFrom(m.m_pAllocator, buckets, sizeof(Assoc*));
     if (p) memset(p, 0, buckets * sizeof(Assoc*));
     return static_cast<Assoc**>(p);
   }
 
-  static void Free(Map& m, void* p) {
-    if (m.m_pAllocator)
-      m.m_pAllocator->m_Free(m.m_pAllocator, p);
-    else
-      KDMEM_DefaultFree(p, 0);
-  }
+  static void Free(Map& m, void* p) { kdmem::FreeTo(m.m_pAllocator, p); }
 
   static void Construct(Map& m, int block_size, IKD_Allocator* allocator) {
     m.m_pAllocator = allocator;

@@ -1,12 +1,9 @@
 // SHA-1: the public functions, the portable kernel and the choice of kernel.
-#include <cstring>
-
 #include "norvane/crypto/sha.h"
 #include "norvane/crypto/sha_internal.h"
 #include "norvane/runtime/cpu_features_internal.h"
 
 using kdcrypt::LoadBE32;
-using kdcrypt::StoreBE32;
 
 namespace {
 
@@ -74,41 +71,11 @@ const ShaKernelEntry<kd_sha1_block_fn>* Sha1Kernels() {
 }
 
 void Sha1Update(CRYPT_SHA1Context* ctx, const uint8_t* data, uint32_t size, kd_sha1_block_fn blocks) {
-  if (!size) return;
-  uint32_t used = ctx->count;
-  ctx->total_lo += size;
-  if (ctx->total_lo < size) ++ctx->total_hi;
-  if (used && used + size < 64) {
-    std::memcpy(ctx->buffer + used, data, size);
-    ctx->count = used + size;
-    return;
-  }
-  if (used) {
-    uint32_t fill = 64 - used;
-    std::memcpy(ctx->buffer + used, data, fill);
-    blocks(ctx->state, ctx->buffer, 1);
-    data += fill;
-    size -= fill;
-  }
-  if (size >= 64) {
-    blocks(ctx->state, data, size / 64);
-    data += size & ~63u;
-    size &= 63;
-  }
-  if (size) std::memcpy(ctx->buffer, data, size);
-  ctx->count = size;
+  BufferedUpdate(ctx, data, size, blocks);
 }
 
 void Sha1Finish(CRYPT_SHA1Context* ctx, uint8_t digest[20], kd_sha1_block_fn blocks) {
-  uint8_t trailer[8];
-  uint64_t bits = ((uint64_t{ctx->total_hi} << 32) | ctx->total_lo) << 3;
-  StoreBE32(trailer, static_cast<uint32_t>(bits >> 32));
-  StoreBE32(trailer + 4, static_cast<uint32_t>(bits));
-  uint8_t padding[64] = {0x80};
-  uint32_t n = ctx->count;
-  Sha1Update(ctx, padding, n < 56 ? 56 - n : 120 - n, blocks);
-  Sha1Update(ctx, trailer, 8, blocks);
-  for (int i = 0; i < 5; ++i) StoreBE32(digest + 4 * i, ctx->state[i]);
+  BufferedFinish(ctx, digest, 5, blocks, &Sha1Update);
 }
 
 }  // namespace kdcrypt

@@ -1,15 +1,10 @@
 // SHA-256: the public functions, the portable kernel and the choice of kernel.
-#include <cstring>
-
 #include "norvane/crypto/sha.h"
 #include "norvane/crypto/sha_internal.h"
 
 using kdcrypt::LoadBE32;
-using kdcrypt::StoreBE32;
 
 namespace {
-
-const uint8_t sha256_padding[64] = {0x80};
 
 inline uint32_t Ror(uint32_t x, int n) { return (x >> n) | (x << (32 - n)); }
 
@@ -102,14 +97,7 @@ void sha256_process(uint32_t state[8], const uint8_t* block) {
   NV_R(b, c, d, e, f, g, h, a, 63, 0xc67178f2u);
 #undef NV_R
 #undef NV_W
-  state[0] += a;
-  state[1] += b;
-  state[2] += c;
-  state[3] += d;
-  state[4] += e;
-  state[5] += f;
-  state[6] += g;
-  state[7] += h;
+  kdcrypt::Sha2FeedForward(state, a, b, c, d, e, f, g, h);
 }
 
 }  // namespace
@@ -157,38 +145,11 @@ const ShaKernelEntry<kd_sha256_block_fn>* Sha256Kernels() {
 }
 
 void Sha256Update(CRYPT_SHA256Context* ctx, const uint8_t* data, uint32_t size, kd_sha256_block_fn blocks) {
-  if (!size) return;
-  uint32_t used = ctx->total_lo & 63;
-  ctx->total_lo += size;
-  if (ctx->total_lo < size) ++ctx->total_hi;
-  if (used && used + size < 64) {
-    std::memcpy(ctx->buffer + used, data, size);
-    return;
-  }
-  if (used) {
-    uint32_t fill = 64 - used;
-    std::memcpy(ctx->buffer + used, data, fill);
-    blocks(ctx->state, ctx->buffer, 1);
-    data += fill;
-    size -= fill;
-  }
-  if (size >= 64) {
-    blocks(ctx->state, data, size / 64);
-    data += size & ~63u;
-    size &= 63;
-  }
-  if (size) std::memcpy(ctx->buffer, data, size);
+  BufferedUpdate(ctx, data, size, blocks);
 }
 
 void Sha256Finish(CRYPT_SHA256Context* ctx, uint8_t digest[32], kd_sha256_block_fn blocks) {
-  uint8_t trailer[8];
-  uint64_t bits = ((uint64_t{ctx->total_hi} << 32) | ctx->total_lo) << 3;
-  StoreBE32(trailer, static_cast<uint32_t>(bits >> 32));
-  StoreBE32(trailer + 4, static_cast<uint32_t>(bits));
-  uint32_t n = ctx->total_lo & 63;
-  Sha256Update(ctx, sha256_padding, n < 56 ? 56 - n : 120 - n, blocks);
-  Sha256Update(ctx, trailer, 8, blocks);
-  for (int i = 0; i < 8; ++i) StoreBE32(digest + 4 * i, ctx->state[i]);
+  BufferedFinish(ctx, digest, 8, blocks, &Sha256Update);
 }
 
 }  // namespace kdcrypt

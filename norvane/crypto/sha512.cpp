@@ -7,7 +7,6 @@
 #include "norvane/crypto/sha_internal.h"
 
 using kdcrypt::LoadBE64;
-using kdcrypt::StoreBE64;
 
 namespace kdcrypt {
 alignas(64) const uint64_t kSha512K[80] = {
@@ -38,11 +37,27 @@ namespace {
 
 using kdcrypt::kSha512K;
 
-const uint8_t sha384_padding[128] = {0x80};
-
 inline uint64_t Ror(uint64_t x, int n) { return (x >> n) | (x << (64 - n)); }
 
 CRYPT_SHA512Context* Ctx(void* context) { return static_cast<CRYPT_SHA512Context*>(context); }
+
+// The initial hash values (FIPS 180-4, 5.3.4 and 5.3.5).
+const uint64_t kSha384Initial[8] = {
+    0xcbbb9d5dc1059ed8ull, 0x629a292a367cd507ull, 0x9159015a3070dd17ull, 0x152fecd8f70e5939ull,
+    0x67332667ffc00b31ull, 0x8eb44a8768581511ull, 0xdb0c2e0d64f98fa7ull, 0x47b5481dbefa4fa4ull,
+};
+const uint64_t kSha512Initial[8] = {
+    0x6a09e667f3bcc908ull, 0xbb67ae8584caa73bull, 0x3c6ef372fe94f82bull, 0xa54ff53a5f1d36f1ull,
+    0x510e527fade682d1ull, 0x9b05688c2b3e6c1full, 0x1f83d9abfb41bd6bull, 0x5be0cd19137e2179ull,
+};
+
+// Start clears the whole context and loads the initial values; a null context is ignored.
+void Start(void* context, const uint64_t (&initial)[8]) {
+  if (!context) return;
+  CRYPT_SHA512Context* ctx = Ctx(context);
+  std::memset(ctx, 0, sizeof *ctx);
+  std::memcpy(ctx->state, initial, sizeof ctx->state);
+}
 
 // sha384_process compresses one 128-byte block into state. Sixteen rounds are written out per
 // pass, so the schedule ring is indexed by constants and the working variables are renamed rather
@@ -64,33 +79,11 @@ inline void sha384_process(uint64_t state[8], const uint8_t* block) {
     d += t1;                                                                                               \
     h = t1 + (Ror(a, 28) ^ Ror(a, 34) ^ Ror(a, 39)) + ((a & b) | (c & (a | b)));                            \
   } while (0)
-      NV_R(a, b, c, d, e, f, g, h,  0);
-      NV_R(h, a, b, c, d, e, f, g,  1);
-      NV_R(g, h, a, b, c, d, e, f,  2);
-      NV_R(f, g, h, a, b, c, d, e,  3);
-      NV_R(e, f, g, h, a, b, c, d,  4);
-      NV_R(d, e, f, g, h, a, b, c,  5);
-      NV_R(c, d, e, f, g, h, a, b,  6);
-      NV_R(b, c, d, e, f, g, h, a,  7);
-      NV_R(a, b, c, d, e, f, g, h,  8);
-      NV_R(h, a, b, c, d, e, f, g,  9);
-      NV_R(g, h, a, b, c, d, e, f, 10);
-      NV_R(f, g, h, a, b, c, d, e, 11);
-      NV_R(e, f, g, h, a, b, c, d, 12);
-      NV_R(d, e, f, g, h, a, b, c, 13);
-      NV_R(c, d, e, f, g, h, a, b, 14);
-      NV_R(b, c, d, e, f, g, h, a, 15);
+      NV_SHA2_16_ROUNDS(NV_R);
 #undef NV_R
 #undef NV_W
   }
-  state[0] += a;
-  state[1] += b;
-  state[2] += c;
-  state[3] += d;
-  state[4] += e;
-  state[5] += f;
-  state[6] += g;
-  state[7] += h;
+  kdcrypt::Sha2FeedForward(state, a, b, c, d, e, f, g, h);
 }
 
 }  // namespace
@@ -133,55 +126,16 @@ const ShaKernelEntry<kd_sha512_block_fn>* Sha512Kernels() {
 }
 
 void Sha512Update(CRYPT_SHA512Context* ctx, const uint8_t* data, uint32_t size, kd_sha512_block_fn blocks) {
-  if (!size) return;
-  uint32_t used = static_cast<uint32_t>(ctx->total_lo & 127);
-  ctx->total_lo += size;
-  if (ctx->total_lo < size) ++ctx->total_hi;
-  if (used && used + size < 128) {
-    std::memcpy(ctx->buffer + used, data, size);
-    return;
-  }
-  if (used) {
-    uint32_t fill = 128 - used;
-    std::memcpy(ctx->buffer + used, data, fill);
-    blocks(ctx->state, ctx->buffer, 1);
-    data += fill;
-    size -= fill;
-  }
-  if (size >= 128) {
-    blocks(ctx->state, data, size / 128);
-    data += size & ~127u;
-    size &= 127;
-  }
-  if (size) std::memcpy(ctx->buffer, data, size);
+  BufferedUpdate(ctx, data, size, blocks);
 }
 
 void Sha512Finish(CRYPT_SHA512Context* ctx, uint8_t* digest, int words, kd_sha512_block_fn blocks) {
-  // The length in bits is the 128-bit byte count shifted left by three.
-  uint8_t trailer[16];
-  StoreBE64(trailer, (ctx->total_hi << 3) | (ctx->total_lo >> 61));
-  StoreBE64(trailer + 8, ctx->total_lo << 3);
-  uint32_t n = static_cast<uint32_t>(ctx->total_lo & 127);
-  Sha512Update(ctx, sha384_padding, n < 112 ? 112 - n : 240 - n, blocks);
-  Sha512Update(ctx, trailer, 16, blocks);
-  for (int i = 0; i < words; ++i) StoreBE64(digest + 8 * i, ctx->state[i]);
+  BufferedFinish(ctx, digest, words, blocks, &Sha512Update);
 }
 
 }  // namespace kdcrypt
 
-void CRYPT_SHA384Start(void* context) {
-  if (!context) return;
-  CRYPT_SHA512Context* ctx = Ctx(context);
-  std::memset(ctx, 0, sizeof *ctx);
-  ctx->state[0] = 0xcbbb9d5dc1059ed8ull;
-  ctx->state[1] = 0x629a292a367cd507ull;
-  ctx->state[2] = 0x9159015a3070dd17ull;
-  ctx->state[3] = 0x152fecd8f70e5939ull;
-  ctx->state[4] = 0x67332667ffc00b31ull;
-  ctx->state[5] = 0x8eb44a8768581511ull;
-  ctx->state[6] = 0xdb0c2e0d64f98fa7ull;
-  ctx->state[7] = 0x47b5481dbefa4fa4ull;
-}
+void CRYPT_SHA384Start(void* context) { Start(context, kSha384Initial); }
 
 void CRYPT_SHA384Update(void* context, const uint8_t* data, uint32_t size) {
   kdcrypt::Sha512Update(Ctx(context), data, size, kdcrypt::Sha512Kernel());
@@ -198,19 +152,7 @@ void CRYPT_SHA384Generate(const uint8_t* data, uint32_t size, uint8_t digest[48]
   CRYPT_SHA384Finish(&ctx, digest);
 }
 
-void CRYPT_SHA512Start(void* context) {
-  if (!context) return;
-  CRYPT_SHA512Context* ctx = Ctx(context);
-  std::memset(ctx, 0, sizeof *ctx);
-  ctx->state[0] = 0x6a09e667f3bcc908ull;
-  ctx->state[1] = 0xbb67ae8584caa73bull;
-  ctx->state[2] = 0x3c6ef372fe94f82bull;
-  ctx->state[3] = 0xa54ff53a5f1d36f1ull;
-  ctx->state[4] = 0x510e527fade682d1ull;
-  ctx->state[5] = 0x9b05688c2b3e6c1full;
-  ctx->state[6] = 0x1f83d9abfb41bd6bull;
-  ctx->state[7] = 0x5be0cd19137e2179ull;
-}
+void CRYPT_SHA512Start(void* context) { Start(context, kSha512Initial); }
 
 void CRYPT_SHA512Update(void* context, const uint8_t* data, uint32_t size) { CRYPT_SHA384Update(context, data, size); }
 

@@ -71,32 +71,10 @@ NV_TARGET_AVX2 void Rounds(uint64_t state[8], const uint64_t wk[80]) {
     h += (Ror(a, 28) ^ Ror(a, 34) ^ Ror(a, 39)) + ((ab & bc) ^ b);                \
     bc = ab;                                                                      \
   } while (0)
-    NV_R(a, b, c, d, e, f, g, h, 0);
-    NV_R(h, a, b, c, d, e, f, g, 1);
-    NV_R(g, h, a, b, c, d, e, f, 2);
-    NV_R(f, g, h, a, b, c, d, e, 3);
-    NV_R(e, f, g, h, a, b, c, d, 4);
-    NV_R(d, e, f, g, h, a, b, c, 5);
-    NV_R(c, d, e, f, g, h, a, b, 6);
-    NV_R(b, c, d, e, f, g, h, a, 7);
-    NV_R(a, b, c, d, e, f, g, h, 8);
-    NV_R(h, a, b, c, d, e, f, g, 9);
-    NV_R(g, h, a, b, c, d, e, f, 10);
-    NV_R(f, g, h, a, b, c, d, e, 11);
-    NV_R(e, f, g, h, a, b, c, d, 12);
-    NV_R(d, e, f, g, h, a, b, c, 13);
-    NV_R(c, d, e, f, g, h, a, b, 14);
-    NV_R(b, c, d, e, f, g, h, a, 15);
+    NV_SHA2_16_ROUNDS(NV_R);
 #undef NV_R
   }
-  state[0] += a;
-  state[1] += b;
-  state[2] += c;
-  state[3] += d;
-  state[4] += e;
-  state[5] += f;
-  state[6] += g;
-  state[7] += h;
+  kdcrypt::Sha2FeedForward(state, a, b, c, d, e, f, g, h);
 }
 
 }  // namespace

@@ -76,4 +76,17 @@ class KDCRT_MutexLock {
   KD_MUTEX* m_pMutex;
 };
 
+// KDCRT_AddReference and KDCRT_DropReference count a reference of a shared object up or down under
+// mutex. KDCRT_DropReference says whether it dropped the last: the caller then destroys the object,
+// with the lock no longer held.
+inline void KDCRT_AddReference(KD_MUTEX* mutex, uint32_t& count) {
+  KDCRT_MutexLock lock(mutex);
+  ++count;
+}
+
+inline bool KDCRT_DropReference(KD_MUTEX* mutex, uint32_t& count) {
+  KDCRT_MutexLock lock(mutex);
+  return count-- == 1;
+}
+
 #endif  // NORVANE_RUNTIME_KDCRT_THREAD_INTERNAL_H_

@@ -3,23 +3,12 @@
 #include <cstring>
 #include <new>
 
+#include "norvane/memory/memory_internal.h"
 #include "norvane/runtime/kdcrt_thread_internal.h"
 
 namespace {
 
 inline long long Min(long long a, long long b) { return a < b ? a : b; }
-
-void* Allocate(IKD_Allocator* allocator, size_t count, size_t unit) {
-  return allocator ? allocator->m_Alloc(allocator, count * unit) : KDMEM_DefaultAlloc2(count, unit, 0);
-}
-
-void Deallocate(IKD_Allocator* allocator, void* p) {
-  if (!p) return;
-  if (allocator)
-    allocator->m_Free(allocator, p);
-  else
-    KDMEM_DefaultFree(p, 0);
-}
 
 }  // namespace
 
@@ -37,7 +26,7 @@ CKD_FileCache::CKD_FileCache(IKD_Allocator* allocator)
 CKD_FileCache::~CKD_FileCache() { Empty(); }
 
 void CKD_FileCache::Empty() {
-  Deallocate(m_pAllocator, m_pChunks);
+  if (m_pChunks) kdmem::FreeTo(m_pAllocator, m_pChunks);
   m_pChunks = nullptr;
 }
 
@@ -49,7 +38,7 @@ bool CKD_FileCache::InitChunk(int chunk_size, int chunk_count, uint8_t* buffer) 
     m_nChunkSize = m_nChunkCount = 0;  // nothing to cache in
     return true;
   }
-  void* table = Allocate(m_pAllocator, static_cast<size_t>(chunk_count), sizeof(KD_CACHECHUNK));
+  void* table = kdmem::AllocFrom(m_pAllocator, static_cast<size_t>(chunk_count), sizeof(KD_CACHECHUNK));
   if (!table) return false;
   m_pChunks = static_cast<KD_CACHECHUNK*>(table);
   m_nChunkSize = chunk_size;
@@ -180,7 +169,7 @@ CKD_CachedFileRead::~CKD_CachedFileRead() {
     IKD_Allocator* allocator = m_pData->m_Cache.m_pAllocator;
     if (m_pData->m_bTakeOver && m_pData->m_pFile) m_pData->m_pFile->Release();
     m_pData->~CKD_CachedData();
-    Deallocate(allocator, m_pData);
+    kdmem::FreeTo(allocator, m_pData);
   }
   KD_Mutex_Destroy(&m_Lock);
 }
@@ -188,7 +177,7 @@ CKD_CachedFileRead::~CKD_CachedFileRead() {
 bool CKD_CachedFileRead::Init(int chunk_size, int chunk_count, void* buffer, IKD_Allocator* allocator) {
   KDCRT_MutexLock lock(&m_Lock);
   if (m_pData) return false;
-  void* p = Allocate(allocator, sizeof(CKD_CachedData), 1);
+  void* p = kdmem::AllocFrom(allocator, sizeof(CKD_CachedData), 1);
   if (!p) return false;
   m_pData = ::new (p) CKD_CachedData{CKD_FileCache(allocator), nullptr, 0, false};
   if (!buffer) return true;
@@ -214,24 +203,12 @@ bool CKD_CachedFileRead::PreCache(long long offset, int count) {
 }
 
 void CKD_CachedFileRead::Release() {
-  bool last;
-  {
-    KDCRT_MutexLock lock(&m_Lock);
-    last = m_nRefCount-- == 1;
-  }
-  if (!last) return;
-  IKD_Allocator* allocator = m_pData ? m_pData->m_Cache.m_pAllocator : nullptr;
-  if (allocator) {
-    this->~CKD_CachedFileRead();
-    allocator->m_Free(allocator, this);
-  } else {
-    delete this;
-  }
+  if (!KDCRT_DropReference(&m_Lock, m_nRefCount)) return;
+  kdmem::DeleteTo(m_pData ? m_pData->m_Cache.m_pAllocator : nullptr, this);
 }
 
 IKD_FileStream* CKD_CachedFileRead::Retain() {
-  KDCRT_MutexLock lock(&m_Lock);
-  ++m_nRefCount;
+  KDCRT_AddReference(&m_Lock, m_nRefCount);
   return this;
 }
 

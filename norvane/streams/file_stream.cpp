@@ -2,8 +2,8 @@
 
 #include <cstring>
 #include <cwchar>
-#include <new>
 
+#include "norvane/memory/memory_internal.h"
 #include "norvane/runtime/kdcrt_thread_internal.h"
 #include "norvane/streams/kdcrt_file_internal.h"
 #include "norvane/text/byte_string.h"
@@ -26,23 +26,11 @@ CKD_CRTFileStream::~CKD_CRTFileStream() {
 }
 
 void CKD_CRTFileStream::Release() {
-  bool last;
-  {
-    KDCRT_MutexLock lock(&m_Lock);
-    last = m_nRefCount-- == 1;
-  }
-  if (!last) return;
-  if (IKD_Allocator* allocator = m_pAllocator) {
-    this->~CKD_CRTFileStream();
-    allocator->m_Free(allocator, this);
-  } else {
-    delete this;
-  }
+  if (KDCRT_DropReference(&m_Lock, m_nRefCount)) kdmem::DeleteTo(m_pAllocator, this);
 }
 
 IKD_FileStream* CKD_CRTFileStream::Retain() {
-  KDCRT_MutexLock lock(&m_Lock);
-  ++m_nRefCount;
+  KDCRT_AddReference(&m_Lock, m_nRefCount);
   return this;
 }
 
@@ -117,18 +105,9 @@ namespace {
 
 template <class Path>
 IKD_FileStream* MakeStream(const Path& path, uint32_t modes, IKD_Allocator* allocator) {
-  IKDCRT_FileAccess* file = KDCRT_FileAccess_Create(allocator);
+  IKDCRT_FileAccess* file = KDCRT_FileAccess_Open(path, modes, allocator);
   if (!file) return nullptr;
-  if (!file->Open(path, modes)) {
-    file->Release(allocator);
-    return nullptr;
-  }
-  CKD_CRTFileStream* stream = nullptr;
-  if (!allocator) {
-    stream = new CKD_CRTFileStream(allocator, file);
-  } else if (void* p = allocator->m_Alloc(allocator, sizeof(CKD_CRTFileStream))) {
-    stream = ::new (p) CKD_CRTFileStream(allocator, file);
-  }
+  CKD_CRTFileStream* stream = kdmem::NewFrom<CKD_CRTFileStream>(allocator, allocator, file);
   if (!stream) file->Release(allocator);
   return stream;
 }
@@ -185,12 +164,7 @@ bool CKD_CRTFileAccess::Init(const CKD_WideStringC& path, IKD_Allocator* allocat
 
 IKD_FileAccess* KD_CreateDefaultFileAccess(const CKD_WideStringC& path, IKD_Allocator* allocator) {
   if (path.IsEmpty()) return nullptr;
-  CKD_CRTFileAccess* access = nullptr;
-  if (!allocator) {
-    access = new CKD_CRTFileAccess;
-  } else if (void* p = allocator->m_Alloc(allocator, sizeof(CKD_CRTFileAccess))) {
-    access = ::new (p) CKD_CRTFileAccess;
-  }
+  CKD_CRTFileAccess* access = kdmem::NewFrom<CKD_CRTFileAccess>(allocator);
   if (!access) return nullptr;
   access->Init(path, allocator);
   return access;

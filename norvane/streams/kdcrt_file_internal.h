@@ -33,6 +33,19 @@ class CKDCRT_FileAccess_Posix : public IKDCRT_FileAccess, public CKD_Object {
 
 // KDCRT_FileAccess_Create makes a closed platform file from allocator (null: CKD_Object new).
 IKDCRT_FileAccess* KDCRT_FileAccess_Create(IKD_Allocator* allocator);
+// KDCRT_FileAccess_Open makes one and opens path (a byte or wide string view) with KD_FILEMODE_
+// modes; null when either step fails, with nothing left over.
+template <class Path>
+IKDCRT_FileAccess* KDCRT_FileAccess_Open(const Path& path, uint32_t modes, IKD_Allocator* allocator) {
+  IKDCRT_FileAccess* access = KDCRT_FileAccess_Create(allocator);
+  if (!access) return nullptr;
+  if (!access->Open(path, modes)) {
+    access->Release(allocator);
+    return nullptr;
+  }
+  return access;
+}
+
 // KDCRT_Posix_GetFileMode turns KD_FILEMODE_ bits into open(2) flags and permissions, and
 // returns the flags. Read-only wins: it opens without creating or truncating.
 int KDCRT_Posix_GetFileMode(uint32_t modes, int& open_flags, int& permissions);

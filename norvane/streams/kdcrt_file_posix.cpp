@@ -2,8 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <new>
-
+#include "norvane/memory/memory_internal.h"
 #include "norvane/streams/kdcrt_file_internal.h"
 #include "norvane/text/byte_string.h"
 #include "norvane/text/utf8_coder.h"
@@ -21,9 +20,7 @@ int KDCRT_Posix_GetFileMode(uint32_t modes, int& open_flags, int& permissions) {
 }
 
 IKDCRT_FileAccess* KDCRT_FileAccess_Create(IKD_Allocator* allocator) {
-  if (!allocator) return new CKDCRT_FileAccess_Posix;
-  void* p = allocator->m_Alloc(allocator, sizeof(CKDCRT_FileAccess_Posix));
-  return p ? ::new (p) CKDCRT_FileAccess_Posix : nullptr;
+  return kdmem::NewFrom<CKDCRT_FileAccess_Posix>(allocator);
 }
 
 CKDCRT_FileAccess_Posix::~CKDCRT_FileAccess_Posix() { Close(); }
@@ -51,14 +48,7 @@ void CKDCRT_FileAccess_Posix::Close() {
   m_nFD = -1;
 }
 
-void CKDCRT_FileAccess_Posix::Release(IKD_Allocator* allocator) {
-  if (allocator) {
-    this->~CKDCRT_FileAccess_Posix();
-    allocator->m_Free(allocator, this);
-  } else {
-    delete this;
-  }
-}
+void CKDCRT_FileAccess_Posix::Release(IKD_Allocator* allocator) { kdmem::DeleteTo(allocator, this); }
 
 long long CKDCRT_FileAccess_Posix::GetSize() const {
   if (m_nFD < 0) return 0;
@@ -104,25 +94,14 @@ namespace {
 
 inline IKDCRT_FileAccess* Access(_KD_HFILE* file) { return reinterpret_cast<IKDCRT_FileAccess*>(file); }
 
-template <class Path>
-_KD_HFILE* OpenFile(const Path& path, uint32_t modes, IKD_Allocator* allocator) {
-  IKDCRT_FileAccess* access = KDCRT_FileAccess_Create(allocator);
-  if (!access) return nullptr;
-  if (!access->Open(path, modes)) {
-    access->Release(allocator);
-    return nullptr;
-  }
-  return reinterpret_cast<_KD_HFILE*>(access);
-}
-
 }  // namespace
 
 _KD_HFILE* KD_File_Open(const CKD_ByteStringC& path, uint32_t modes, IKD_Allocator* allocator) {
-  return OpenFile(path, modes, allocator);
+  return reinterpret_cast<_KD_HFILE*>(KDCRT_FileAccess_Open(path, modes, allocator));
 }
 
 _KD_HFILE* KD_File_Open(const CKD_WideStringC& path, uint32_t modes, IKD_Allocator* allocator) {
-  return OpenFile(path, modes, allocator);
+  return reinterpret_cast<_KD_HFILE*>(KDCRT_FileAccess_Open(path, modes, allocator));
 }
 
 void KD_File_Close(_KD_HFILE* file, IKD_Allocator* allocator) {

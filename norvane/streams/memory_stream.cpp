@@ -1,8 +1,8 @@
 #include "norvane/streams/memory_stream.h"
 
 #include <cstring>
-#include <new>
 
+#include "norvane/memory/memory_internal.h"
 #include "norvane/runtime/kdcrt_thread_internal.h"
 
 namespace {
@@ -49,38 +49,19 @@ CKD_MemoryStream::~CKD_MemoryStream() {
 }
 
 uint8_t* CKD_MemoryStream::AllocBlock(size_t size) {
-  IKD_Allocator* a = m_Blocks.GetAllocator();
-  return static_cast<uint8_t*>(a ? a->m_Alloc(a, size) : KDMEM_DefaultAlloc2(size, 1, 0));
+  return static_cast<uint8_t*>(kdmem::AllocFrom(m_Blocks.GetAllocator(), size, 1));
 }
 
 void CKD_MemoryStream::FreeBlock(uint8_t* block) {
-  if (!block) return;
-  IKD_Allocator* a = m_Blocks.GetAllocator();
-  if (a)
-    a->m_Free(a, block);
-  else
-    KDMEM_DefaultFree(block, 0);
+  if (block) kdmem::FreeTo(m_Blocks.GetAllocator(), block);
 }
 
 void CKD_MemoryStream::Release() {
-  IKD_Allocator* allocator = m_Blocks.GetAllocator();
-  bool last;
-  {
-    KDCRT_MutexLock lock(&m_Lock);
-    last = m_nRefCount-- == 1;
-  }
-  if (!last) return;
-  if (allocator) {
-    this->~CKD_MemoryStream();
-    allocator->m_Free(allocator, this);
-  } else {
-    delete this;
-  }
+  if (KDCRT_DropReference(&m_Lock, m_nRefCount)) kdmem::DeleteTo(m_Blocks.GetAllocator(), this);
 }
 
 IKD_FileStream* CKD_MemoryStream::Retain() {
-  KDCRT_MutexLock lock(&m_Lock);
-  ++m_nRefCount;
+  KDCRT_AddReference(&m_Lock, m_nRefCount);
   return this;
 }
 
@@ -215,9 +196,7 @@ bool CKD_MemoryStream::WriteBlock(const void* data, long long offset, size_t siz
     uint8_t* old = GetBuffer();
     uint8_t* grown = nullptr;
     if (old && (m_dwModes & kOwnsBuffers)) {
-      IKD_Allocator* a = m_Blocks.GetAllocator();
-      grown = static_cast<uint8_t*>(a ? a->m_Realloc(a, old, m_nTotalSize)
-                                      : KDMEM_DefaultRealloc2(old, m_nTotalSize, 1, 0));
+      grown = static_cast<uint8_t*>(kdmem::ReallocFrom(m_Blocks.GetAllocator(), old, m_nTotalSize, 1));
       if (!grown) FreeBlock(old);  // the block array is emptied below: do not leak the old buffer
     } else {
       // A caller's buffer the stream does not own is never resized: its contents move to a
@@ -277,21 +256,10 @@ void CKD_MemoryStream::DetachBuffer() {
   ClearRange();
 }
 
-namespace {
-
-template <class... Args>
-IKD_MemoryStream* MakeStream(IKD_Allocator* allocator, Args... args) {
-  if (!allocator) return new CKD_MemoryStream(args..., allocator);
-  void* p = allocator->m_Alloc(allocator, sizeof(CKD_MemoryStream));
-  return p ? ::new (p) CKD_MemoryStream(args..., allocator) : nullptr;
-}
-
-}  // namespace
-
 IKD_MemoryStream* KD_CreateMemoryStream(bool consecutive, IKD_Allocator* allocator) {
-  return MakeStream(allocator, consecutive);
+  return kdmem::NewFrom<CKD_MemoryStream>(allocator, consecutive, allocator);
 }
 
 IKD_MemoryStream* KD_CreateMemoryStream(uint8_t* buffer, size_t size, bool take_over, IKD_Allocator* allocator) {
-  return MakeStream(allocator, buffer, size, take_over);
+  return kdmem::NewFrom<CKD_MemoryStream>(allocator, buffer, size, take_over, allocator);
 }

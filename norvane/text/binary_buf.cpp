@@ -3,6 +3,7 @@
 #include <climits>
 #include <cstring>
 
+#include "norvane/memory/memory_internal.h"
 #include "norvane/text/string_l.h"
 
 struct KDBinaryBufLayout {
@@ -18,8 +19,7 @@ CKD_BinaryBuf::CKD_BinaryBuf(IKD_Allocator* allocator)
 CKD_BinaryBuf::CKD_BinaryBuf(int size, IKD_Allocator* allocator)
     : m_pAllocator(allocator), m_AllocStep(0), m_pBuffer(nullptr), m_DataSize(0), m_AllocSize(0) {
   if (size <= 0) return;
-  void* block = allocator ? allocator->m_Alloc(allocator, static_cast<size_t>(size))
-                          : KDMEM_DefaultAlloc2(static_cast<size_t>(size), 1, 0);
+  void* block = kdmem::AllocFrom(allocator, static_cast<size_t>(size), 1);
   if (!block) return;
   m_pBuffer = static_cast<uint8_t*>(block);
   m_DataSize = m_AllocSize = size;
@@ -29,10 +29,7 @@ CKD_BinaryBuf::~CKD_BinaryBuf() { FreeBlock(); }
 
 void CKD_BinaryBuf::FreeBlock() {
   if (!m_pBuffer) return;
-  if (m_pAllocator)
-    m_pAllocator->m_Free(m_pAllocator, m_pBuffer);
-  else
-    KDMEM_DefaultFree(m_pBuffer, 0);
+  kdmem::FreeTo(m_pAllocator, m_pBuffer);
   m_pBuffer = nullptr;
 }
 
@@ -70,14 +67,8 @@ bool CKD_BinaryBuf::ExpandBuf(int addSize) {
   long long size = needed + step - 1;
   size -= size % step;
   if (size > INT_MAX) return false;
-  void* block;
-  if (m_pBuffer) {
-    block = m_pAllocator ? m_pAllocator->m_Realloc(m_pAllocator, m_pBuffer, static_cast<size_t>(size))
-                         : KDMEM_DefaultRealloc2(m_pBuffer, static_cast<size_t>(size), 1, 0);
-  } else {
-    block = m_pAllocator ? m_pAllocator->m_Alloc(m_pAllocator, static_cast<size_t>(size))
-                         : KDMEM_DefaultAlloc2(static_cast<size_t>(size), 1, 0);
-  }
+  void* block = m_pBuffer ? kdmem::ReallocFrom(m_pAllocator, m_pBuffer, static_cast<size_t>(size), 1)
+                          : kdmem::AllocFrom(m_pAllocator, static_cast<size_t>(size), 1);
   if (!block) return false;
   m_pBuffer = static_cast<uint8_t*>(block);
   m_AllocSize = static_cast<int>(size);

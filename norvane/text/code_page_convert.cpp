@@ -1,20 +1,15 @@
 #include "norvane/text/code_page_convert.h"
 
 #include <climits>
-#include <cstring>
 
 #include "norvane/text/code_page_internal.h"
 #include "norvane/text/utf8.h"
+#include "norvane/text/utf8_internal.h"
 
 namespace {
 
-constexpr uint64_t kHighBits = 0x8080808080808080ull;
-
-inline uint64_t Load64(const uint8_t* p) {
-  uint64_t v;
-  memcpy(&v, p, sizeof v);
-  return v;
-}
+using kdtext::kHighBits;
+using kdtext::Load64;
 
 // Every one of the fourteen pages maps 0x00..0x7F to U+0000..U+007F (the generator checks it), so
 // ASCII runs skip the tables in both directions.
@@ -175,25 +170,32 @@ int EncodeUTF16(const wchar_t* src, int n, uint8_t* dst, long long cap, bool wri
   return static_cast<int>(out);
 }
 
+// BeginConversion makes the checks both directions make once UTF-8 is handled: it finds the page
+// (entry stays null for UTF-16) and returns -1 for an unknown page or 1 for no source, both with
+// the lengths set to 0, or 0 to go on.
+inline int BeginConversion(uint16_t codePage, bool has_src, int* srcLen, int* dstLen,
+                           const KD_CodePage_Entry** entry) {
+  *entry = nullptr;
+  int result = 0;
+  if (codePage != KD_CP_UTF16LE && codePage != KD_CP_UTF16BE) {
+    *entry = KD_GetCodePage(codePage);
+    if (!*entry) result = -1;
+  }
+  if (!result && (*srcLen < 1 || !has_src)) result = 1;
+  if (result) {
+    *srcLen = 0;
+    *dstLen = 0;
+  }
+  return result;
+}
+
 }  // namespace
 
 int KD_DecodeString(uint16_t codePage, const char* src, int* srcLen, wchar_t* dst, int* dstLen, bool strict) {
   if (!srcLen || !dstLen) return -1;
   if (codePage == KD_CP_UTF8) return KD_UTF8Decode(src, srcLen, dst, dstLen);
-  const KD_CodePage_Entry* entry = nullptr;
-  if (codePage != KD_CP_UTF16LE && codePage != KD_CP_UTF16BE) {
-    entry = KD_GetCodePage(codePage);
-    if (!entry) {
-      *srcLen = 0;
-      *dstLen = 0;
-      return -1;
-    }
-  }
-  if (*srcLen < 1 || !src) {
-    *srcLen = 0;
-    *dstLen = 0;
-    return 1;
-  }
+  const KD_CodePage_Entry* entry;
+  if (int result = BeginConversion(codePage, src != nullptr, srcLen, dstLen, &entry)) return result;
   const bool write = dst && *dstLen > 0;
   const int cap = write ? *dstLen : INT_MAX;
   const uint8_t* s = reinterpret_cast<const uint8_t*>(src);
@@ -217,20 +219,8 @@ int KD_DecodeString(uint16_t codePage, const char* src, int* srcLen, wchar_t* ds
 int KD_EncodeString(uint16_t codePage, const wchar_t* src, int* srcLen, char* dst, int* dstLen, bool strict) {
   if (!srcLen || !dstLen) return -1;
   if (codePage == KD_CP_UTF8) return KD_UTF8Encode(src, srcLen, dst, dstLen);
-  const KD_CodePage_Entry* entry = nullptr;
-  if (codePage != KD_CP_UTF16LE && codePage != KD_CP_UTF16BE) {
-    entry = KD_GetCodePage(codePage);
-    if (!entry) {
-      *srcLen = 0;
-      *dstLen = 0;
-      return -1;
-    }
-  }
-  if (*srcLen < 1 || !src) {
-    *srcLen = 0;
-    *dstLen = 0;
-    return 1;
-  }
+  const KD_CodePage_Entry* entry;
+  if (int result = BeginConversion(codePage, src != nullptr, srcLen, dstLen, &entry)) return result;
   const bool write = dst && *dstLen > 0;
   // Counting without a destination may pass INT_MAX bytes; the count then saturates.
   const long long cap = write ? *dstLen : INT_MAX;

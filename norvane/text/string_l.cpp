@@ -3,19 +3,8 @@
 #include <cstring>
 #include <cwchar>
 
+#include "norvane/memory/memory_internal.h"
 #include "norvane/runtime/sys_helpers.h"
-
-namespace {
-
-void FreeChars(void* p, IKD_Allocator* allocator) {
-  if (!p) return;
-  if (allocator)
-    allocator->m_Free(allocator, p);
-  else
-    KDMEM_DefaultFree(p, 0);
-}
-
-}  // namespace
 
 struct KDStringLLayout {
   static_assert(offsetof(CKD_ByteStringL, m_Ptr) == 0 && offsetof(CKD_ByteStringL, m_Length) == 8 &&
@@ -24,7 +13,7 @@ struct KDStringLLayout {
 };
 
 void CKD_ByteStringL::Empty(IKD_Allocator* allocator) {
-  FreeChars(m_Ptr, allocator);
+  if (m_Ptr) kdmem::FreeTo(allocator, m_Ptr);
   m_Ptr = nullptr;
   m_Length = 0;
 }
@@ -33,7 +22,7 @@ char* CKD_ByteStringL::AllocBuffer(int len, IKD_Allocator* allocator) {
   Empty(allocator);
   if (len < 0) return nullptr;
   size_t bytes = static_cast<size_t>(len) + 1;
-  char* p = static_cast<char*>(allocator ? allocator->m_Alloc(allocator, bytes) : KDMEM_DefaultAlloc2(bytes, 1, 0));
+  char* p = static_cast<char*>(kdmem::AllocFrom(allocator, bytes, 1));
   if (!p) return nullptr;
   p[len] = 0;
   m_Ptr = p;
@@ -48,7 +37,7 @@ void CKD_ByteStringL::Set(const CKD_ByteStringC& str, IKD_Allocator* allocator) 
 }
 
 void CKD_WideStringL::Empty(IKD_Allocator* allocator) {
-  FreeChars(m_Ptr, allocator);
+  if (m_Ptr) kdmem::FreeTo(allocator, m_Ptr);
   m_Ptr = nullptr;
   m_Length = 0;
 }
@@ -57,8 +46,7 @@ void CKD_WideStringL::Set(const CKD_WideStringC& str, IKD_Allocator* allocator) 
   Empty(allocator);
   int len = str.GetLength();
   if (!str.GetPtr() || len <= 0) return;
-  void* block = allocator ? allocator->m_Alloc(allocator, 4 * static_cast<size_t>(len) + 4)
-                          : KDMEM_DefaultAlloc2(static_cast<size_t>(len) + 1, 4, 0);
+  void* block = kdmem::AllocFrom(allocator, static_cast<size_t>(len) + 1, 4);
   if (!block) return;
   m_Ptr = static_cast<wchar_t*>(block);
   memcpy(m_Ptr, str.GetPtr(), sizeof(wchar_t) * static_cast<size_t>(len));

@@ -3,19 +3,28 @@
 #include "norvane/runtime/sys_helpers.h"
 #include "norvane/text/string_l.h"
 
+namespace {
+
+// AppendContents appends from's data to to. A buffer may append itself: growing may move the
+// bytes being appended, so they are appended from where they end up.
+void AppendContents(CKD_BinaryBuf& to, const CKD_BinaryBuf& from) {
+  if (&from == &to) {
+    int size = to.GetSize();
+    if (to.ExpandBuf(size)) to.AppendBlock(to.GetBuffer(), size);
+    return;
+  }
+  to.AppendBlock(from.GetBuffer(), from.GetSize());
+}
+
+}  // namespace
+
 CKD_ByteTextBuf& CKD_ByteTextBuf::operator<<(const CKD_ByteStringC& str) {
   AppendBlock(str.GetPtr(), str.GetLength());
   return *this;
 }
 
 CKD_ByteTextBuf& CKD_ByteTextBuf::operator<<(const CKD_ByteTextBuf& buf) {
-  if (&buf == this) {
-    // Growing may move the bytes being appended; append from where they end up.
-    int size = GetSize();
-    if (ExpandBuf(size)) AppendBlock(m_pBuffer, size);
-    return *this;
-  }
-  AppendBlock(buf.GetBuffer(), buf.GetSize());
+  AppendContents(*this, buf);
   return *this;
 }
 
@@ -48,12 +57,7 @@ CKD_WideTextBuf& CKD_WideTextBuf::operator<<(const CKD_WideStringC& str) {
 }
 
 CKD_WideTextBuf& CKD_WideTextBuf::operator<<(const CKD_WideTextBuf& buf) {
-  if (&buf == this) {
-    int size = GetSize();
-    if (ExpandBuf(size)) AppendBlock(m_pBuffer, size);
-    return *this;
-  }
-  AppendBlock(buf.GetBuffer(), buf.GetSize());
+  AppendContents(*this, buf);
   return *this;
 }
 

@@ -7,13 +7,8 @@
 
 namespace {
 
-constexpr uint64_t kHighBits = 0x8080808080808080ull;
-
-inline uint64_t Load64(const uint8_t* p) {
-  uint64_t v;
-  memcpy(&v, p, sizeof v);
-  return v;
-}
+using kdtext::kHighBits;
+using kdtext::Load64;
 
 inline void Widen8(const uint8_t* s, wchar_t* d) {
   for (int k = 0; k < 8; ++k) d[k] = s[k];

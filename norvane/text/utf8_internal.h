@@ -5,8 +5,19 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace kdtext {
+
+// Eight bytes at a time for the ASCII runs of the conversion loops: Load64 reads them from any
+// alignment, and they are all ASCII when no bit of kHighBits is set in them.
+constexpr uint64_t kHighBits = 0x8080808080808080ull;
+
+inline uint64_t Load64(const uint8_t* p) {
+  uint64_t v;
+  memcpy(&v, p, sizeof v);
+  return v;
+}
 
 // DecodeLenient decodes len bytes by CKD_UTF8Decoder's rules, starting and ending with no
 // sequence pending (one left unfinished at the end is dropped), into dst, which has room for cap
