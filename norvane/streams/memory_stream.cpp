@@ -107,9 +107,11 @@ bool CKD_MemoryStream::Flush() { return true; }
 
 bool CKD_MemoryStream::IsConsecutive() const { return (m_dwModes & kConsecutive) != 0; }
 
+uint8_t* CKD_MemoryStream::FirstBlock() const { return m_Blocks.GetSize() ? m_Blocks[0] : nullptr; }
+
 uint8_t* CKD_MemoryStream::GetBuffer() const {
   KDCRT_MutexLock lock(&m_Lock);
-  return m_Blocks.GetSize() ? m_Blocks[0] : nullptr;
+  return FirstBlock();
 }
 
 void CKD_MemoryStream::CopyChunked(uint8_t* memory, size_t offset, size_t size, bool to_blocks) {
@@ -138,7 +140,7 @@ bool CKD_MemoryStream::ReadBlock(void* buffer, long long offset, size_t size) {
   if (start + size > m_nCurSize || start + size < start) return false;
   m_nCurPos = start + size;
   if (m_dwModes & kConsecutive) {
-    if (uint8_t* data = GetBuffer()) memcpy(buffer, data + start, size);
+    if (uint8_t* data = FirstBlock()) memcpy(buffer, data + start, size);
   } else {
     CopyChunked(static_cast<uint8_t*>(buffer), start, size, false);
   }
@@ -193,7 +195,7 @@ bool CKD_MemoryStream::WriteBlock(const void* data, long long offset, size_t siz
   m_nCurPos = end;
   if (end > m_nTotalSize) {
     m_nTotalSize = (end + m_nGrowSize - 1) / m_nGrowSize * m_nGrowSize;
-    uint8_t* old = GetBuffer();
+    uint8_t* old = FirstBlock();
     uint8_t* grown = nullptr;
     if (old && (m_dwModes & kOwnsBuffers)) {
       grown = static_cast<uint8_t*>(kdmem::ReallocFrom(m_Blocks.GetAllocator(), old, m_nTotalSize, 1));
@@ -216,7 +218,7 @@ bool CKD_MemoryStream::WriteBlock(const void* data, long long offset, size_t siz
       return false;
     }
   }
-  memcpy(GetBuffer() + start, data, size);
+  memcpy(FirstBlock() + start, data, size);
   if (m_nCurSize < m_nCurPos) m_nCurSize = m_nCurPos;
   return true;
 }

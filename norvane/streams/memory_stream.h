@@ -76,6 +76,8 @@ class NORVANE_API CKD_MemoryStream : public IKD_MemoryStream, public CKD_Object 
   int GetBlockCount() const { return m_Blocks.GetSize(); }
 
  private:
+  // FirstBlock is GetBuffer for callers that already hold the lock.
+  uint8_t* FirstBlock() const;
   uint8_t* AllocBlock(size_t size);
   void FreeBlock(uint8_t* block);
   // Copies between the blocks and memory: to_blocks writes data at offset, else reads.
