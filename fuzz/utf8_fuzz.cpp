@@ -85,7 +85,7 @@ Bytes ReferenceEncode(const Chars& in) {
   static const uint8_t kPrefix[] = {0xC0, 0xE0, 0xF0, 0xF8, 0xFC};
   Bytes out;
   for (wchar_t ch : in) {
-    if (ch < 0) continue;
+    if (static_cast<uint32_t>(ch) & 0x80000000u) continue;  // negative where wchar_t is signed
     uint32_t c = static_cast<uint32_t>(ch);
     if (c < 0x80) {
       out.push_back(static_cast<uint8_t>(c));

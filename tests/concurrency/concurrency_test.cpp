@@ -175,7 +175,9 @@ TEST(Concurrency, GrowOnlyPoolSharedByThreads) {
   });
   // No block was handed out twice: every one still holds its own tag.
   for (const auto& list : blocks)
-    for (const Block& b : list) ASSERT_TRUE(Intact(b));
+    for (const Block& b : list) {
+      ASSERT_TRUE(Intact(b));
+    }
   pool.FreeAll();
 }
 
@@ -315,7 +317,7 @@ void ThrowAt(int depth, int code) {
 
 void* Thrower(void* param) {
   const int id = static_cast<int>(reinterpret_cast<intptr_t>(param));
-  int mismatches = 0;
+  volatile int mismatches = 0;  // read after the jumps
   for (int i = 0; i < 300; ++i) {
     const int code = 2 + (id * 300 + i) % 200;
     volatile int caught = 0, outer = 0;

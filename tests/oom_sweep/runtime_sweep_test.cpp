@@ -39,7 +39,9 @@ TEST(AllocationSweep, Arrays) {
     CKD_ArrayTemplate<int> copy(run.allocator());
     bool ok = copy.Copy(a);
     EXPECT_EQ(ok, !run.Failed());
-    if (ok) EXPECT_EQ(std::vector<int>(copy.GetData(), copy.GetData() + copy.GetSize()), model);
+    if (ok) {
+      EXPECT_EQ(std::vector<int>(copy.GetData(), copy.GetData() + copy.GetSize()), model);
+    }
     ok = a.SetSize(1000);
     EXPECT_EQ(ok, !run.Failed());
     EXPECT_EQ(a.GetSize(), ok ? 1000 : static_cast<int>(model.size()));
@@ -59,7 +61,9 @@ TEST(AllocationSweep, HashMapsSkipTheirRequiredAllocations) {
         for (intptr_t i = 1; i <= 300; ++i) {
           pointers[reinterpret_cast<void*>(i * 8)] = reinterpret_cast<void*>(i);
           strings[CKD_ByteString::FormatInteger(static_cast<int>(i))] = reinterpret_cast<void*>(i);
-          if (i % 50 == 0) ASSERT_TRUE(pointers.RemoveKey(reinterpret_cast<void*>(i * 8)));
+          if (i % 50 == 0) {
+            ASSERT_TRUE(pointers.RemoveKey(reinterpret_cast<void*>(i * 8)));
+          }
         }
         run.Failed();
         EXPECT_EQ(pointers.GetCount(), 294);
@@ -96,7 +100,9 @@ TEST(AllocationSweep, MemoryStreams) {
           bool ok = s->WriteBlock(data.data(), data.size());
           bool now = run.Failed();
           failed |= now;
-          if (now) EXPECT_FALSE(ok);
+          if (now) {
+            EXPECT_FALSE(ok);
+          }
           if (!failed) {
             ASSERT_TRUE(ok);
             model.insert(model.end(), data.begin(), data.end());
@@ -205,7 +211,9 @@ TEST(AllocationSweep, ContextsAndThreads) {
                                        return nullptr;
                                      },
                                      &ran);
-    if (t) EXPECT_EQ(KD_Thread_WaitForSingleThread(t), 0);
+    if (t) {
+      EXPECT_EQ(KD_Thread_WaitForSingleThread(t), 0);
+    }
     EXPECT_EQ(ran, run.Failed() || !KD_Process_GetContext() ? ran : 1);
     KD_Process_Finalize();
     EXPECT_EQ(KD_Process_GetContext(), nullptr);
