@@ -41,9 +41,10 @@ current=$(mktemp)
 trap 'rm -f "$current"' EXIT
 dump >"$current"
 rc=0
-abidiff --no-added-syms --drop-private-types --no-show-locs "$baseline" "$current" || rc=$?
+report=$(abidiff --no-added-syms --drop-private-types --no-show-locs "$baseline" "$current") || rc=$?
 # abidiff's status is a bit mask: 1 error, 2 usage, 4 a change, 8 an incompatible change.
 if [ $rc -ne 0 ]; then
+  echo "$report"
   echo "abi: the exported interface differs from $baseline (abidiff status $rc); if the change is" \
     "intended, refresh the baseline with abi/check.sh --update" >&2
   exit 1
