@@ -21,7 +21,7 @@ namespace {
 using kdfuzz::FuzzInput;
 using Bytes = std::vector<uint8_t>;
 
-constexpr long long kMaxEnd = 1 << 18;  // writes stay below 256 KiB
+constexpr long long kMaxEnd = 1 << 17;  // writes stay below 128 KiB
 
 // What the memory stream should hold and report.
 struct StreamModel {
@@ -109,7 +109,7 @@ void StreamStep(FuzzInput& in, CKD_MemoryStream* s, StreamModel& m, Owned& owned
     case 0:
     case 1: {  // write at an offset, or append
       Bytes data = in.Run(op & 0x80 ? 16 : 1);
-      long long offset = op % 12 == 0 ? static_cast<long long>(in.Below(1 << 16) * (op & 0x40 ? 4 : 1)) - 16 : m.Size();
+      long long offset = op % 12 == 0 ? static_cast<long long>(in.Below(1 << 12) * (op & 0x40 ? 32 : 1)) - 16 : m.Size();
       long long start = m.WriteStart(offset, data.size());
       if (start >= 0 && start + static_cast<long long>(data.size()) > kMaxEnd) return;
       bool ok = op % 12 == 0 ? s->WriteBlock(data.data(), offset, data.size()) : s->WriteBlock(data.data(), data.size());
@@ -118,7 +118,7 @@ void StreamStep(FuzzInput& in, CKD_MemoryStream* s, StreamModel& m, Owned& owned
       break;
     }
     case 2: {  // read at an offset
-      long long offset = static_cast<long long>(in.Below(1 << 16) * (op & 0x40 ? 8 : 1)) - 8;
+      long long offset = static_cast<long long>(in.Below(1 << 12) * (op & 0x40 ? 32 : 1)) - 8;
       size_t size = in.Below(1 << 12);
       Bytes got(size + 1, 0xA5);
       size_t start;
