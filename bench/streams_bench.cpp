@@ -13,11 +13,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "bench/rate_reporter.h"
 #include "norvane/streams/archive.h"
 #include "norvane/streams/base64.h"
 #include "norvane/streams/file_cache.h"
@@ -263,15 +263,8 @@ void BM_OpenSSLDecodeBlock(benchmark::State& state) {
 #endif
 
 // Prints the usual table, then each Norvane case's throughput over its peer's.
-class RatioReporter : public benchmark::ConsoleReporter {
+class RatioReporter : public RateReporter {
  public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      auto it = run.counters.find("bytes_per_second");
-      if (it != run.counters.end()) rates_[run.benchmark_name()] = it->second.value;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
   void Finalize() override {
     ConsoleReporter::Finalize();
     static const char* const kPairs[][2] = {
@@ -294,9 +287,6 @@ class RatioReporter : public benchmark::ConsoleReporter {
       std::printf("%-38s %-24s %8.2f\n", pair[0], pair[1], ours->second / peer->second);
     }
   }
-
- private:
-  std::map<std::string, double> rates_;
 };
 
 BENCHMARK(BM_Read2)->Unit(benchmark::kMillisecond);
