@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <clocale>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <random>
 #include <string>
@@ -18,14 +16,9 @@
 
 namespace {
 
+using kdtest::ReadFile;
 using kdtest::TempDir;
-
-void WriteFile(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+using kdtest::WriteFile;
 
 bool Exists(const std::string& path) {
   struct stat st;
@@ -46,22 +39,19 @@ class Locale {
   bool ok_;
 };
 
-// root/ a.txt, sub/ (b.txt, deeper/ c.txt), empty/, and links out of the tree: to a folder, to a
-// file, and one that leads nowhere. The folder outside holds a file that must survive.
+// root/ a.txt, sub/ (b.txt, deeper/ c.txt, a link back up to root), empty/, a link out of the tree
+// to a folder and one that leads nowhere. The folder outside holds a file that must survive.
 struct Tree {
   explicit Tree(const TempDir& dir) : root(dir.File("root")), outside(dir.File("outside")) {
-    mkdir(root.c_str(), 0755);
-    mkdir(outside.c_str(), 0755);
-    WriteFile(outside + "/keep.txt", "keep");
-    WriteFile(root + "/a.txt", "a");
-    mkdir((root + "/sub").c_str(), 0755);
-    WriteFile(root + "/sub/b.txt", "b");
-    mkdir((root + "/sub/deeper").c_str(), 0755);
-    WriteFile(root + "/sub/deeper/c.txt", "c");
-    mkdir((root + "/empty").c_str(), 0755);
-    EXPECT_EQ(symlink(outside.c_str(), (root + "/to_folder").c_str()), 0);
-    EXPECT_EQ(symlink((outside + "/keep.txt").c_str(), (root + "/sub/to_file").c_str()), 0);
-    EXPECT_EQ(symlink((root + "/nowhere").c_str(), (root + "/dangling").c_str()), 0);
+    for (const std::string& folder : {root, outside, root + "/sub", root + "/sub/deeper", root + "/empty"}) {
+      mkdir(folder.c_str(), 0755);
+    }
+    for (const std::string& file : {outside + "/keep.txt", root + "/a.txt", root + "/sub/b.txt", root + "/sub/deeper/c.txt"}) {
+      WriteFile(file, std::string("keep"));
+    }
+    EXPECT_EQ(symlink(outside.c_str(), (root + "/to_folder").c_str()) + symlink(root.c_str(), (root + "/sub/up").c_str()) +
+                  symlink((root + "/nowhere").c_str(), (root + "/dangling").c_str()),
+              0);
   }
   std::string root, outside;
 };
@@ -72,45 +62,33 @@ TEST(Folders, ListEntriesWithTheirKinds) {
   const std::map<std::string, bool> expected = {{".", true},      {"..", true},         {"a.txt", false},
                                                 {"sub", true},    {"empty", true},      {"to_folder", false},
                                                 {"dangling", false}};
-  void* folder = KD_OpenFolder(tree.root.c_str());
-  ASSERT_NE(folder, nullptr);
-  std::map<std::string, bool> seen;
+  // Both forms list the same; an exhausted folder gives false and leaves the name.
+  std::map<std::string, bool> seen, seen_wide;
   CKD_ByteString name;
-  bool is_folder = false;
-  while (KD_GetNextFile(folder, name, is_folder, tree.root.c_str())) seen[name.c_str()] = is_folder;
-  EXPECT_EQ(seen, expected);
-  // Exhausted: false, and the name stays.
-  name = "last";
-  EXPECT_FALSE(KD_GetNextFile(folder, name, is_folder, tree.root.c_str()));
-  EXPECT_EQ(name, "last");
-  KD_CloseFolder(folder);
-
-  // The wide forms list the same.
-  folder = KD_OpenFolder(Wide(tree.root).c_str());
-  ASSERT_NE(folder, nullptr);
-  std::map<std::string, bool> seen_wide;
   CKD_WideString wide_name;
+  bool is_folder = false;
+  void* folder = KD_OpenFolder(tree.root.c_str());
+  while (KD_GetNextFile(folder, name, is_folder, tree.root.c_str())) seen[name.c_str()] = is_folder;
+  const CKD_ByteString last = name;
+  EXPECT_FALSE(KD_GetNextFile(folder, name, is_folder, tree.root.c_str()));
+  EXPECT_TRUE(name == last && !last.IsEmpty());
+  KD_CloseFolder(folder);
+  folder = KD_OpenFolder(Wide(tree.root).c_str());
   while (KD_GetNextFile(folder, wide_name, is_folder, Wide(tree.root).c_str())) {
     seen_wide[wide_name.UTF8Encode().c_str()] = is_folder;
   }
-  EXPECT_EQ(seen_wide, expected);
   KD_CloseFolder(folder);
+  EXPECT_EQ(seen, expected);
+  EXPECT_EQ(seen_wide, expected);
 
   // When the listing does not tell the type, stat decides, and it follows links.
   using kdstreams::IsFolderEntry;
-  EXPECT_TRUE(IsFolderEntry(KDCRT_ENTRY_UNKNOWN, tree.root.c_str(), "sub"));
-  EXPECT_FALSE(IsFolderEntry(KDCRT_ENTRY_UNKNOWN, tree.root.c_str(), "a.txt"));
-  EXPECT_TRUE(IsFolderEntry(KDCRT_ENTRY_UNKNOWN, tree.root.c_str(), "to_folder"));
-  EXPECT_FALSE(IsFolderEntry(KDCRT_ENTRY_UNKNOWN, tree.root.c_str(), "dangling"));
-  EXPECT_TRUE(IsFolderEntry(KDCRT_ENTRY_UNKNOWN, nullptr, tree.root.c_str()));
-  EXPECT_FALSE(IsFolderEntry(KDCRT_ENTRY_OTHER, tree.root.c_str(), "sub"));
-
-  // Nulls and missing folders.
+  const char* root = tree.root.c_str();
+  EXPECT_TRUE(IsFolderEntry(KDCRT_ENTRY_UNKNOWN, root, "sub") && IsFolderEntry(KDCRT_ENTRY_UNKNOWN, root, "to_folder"));
+  EXPECT_FALSE(IsFolderEntry(KDCRT_ENTRY_UNKNOWN, root, "a.txt") || IsFolderEntry(KDCRT_ENTRY_UNKNOWN, root, "dangling"));
+  EXPECT_TRUE(IsFolderEntry(KDCRT_ENTRY_UNKNOWN, nullptr, root));
   EXPECT_FALSE(KD_GetNextFile(nullptr, name, is_folder, nullptr));
-  EXPECT_EQ(KD_OpenFolder(static_cast<const char*>(nullptr)), nullptr);
   EXPECT_EQ(KD_OpenFolder(dir.File("missing").c_str()), nullptr);
-  KD_CloseFolder(nullptr);
-  EXPECT_EQ(KD_GetFolderSeparator(), '/');
 }
 
 TEST(Folders, DeleteRemovesTheTreeButNothingALinkLeadsTo) {
@@ -121,7 +99,7 @@ TEST(Folders, DeleteRemovesTheTreeButNothingALinkLeadsTo) {
   ASSERT_EQ(symlink(tree.root.c_str(), link.c_str()), 0);
   EXPECT_FALSE(KD_DeleteFolder(link.c_str()));
   EXPECT_TRUE(Exists(tree.root + "/sub/deeper/c.txt"));
-  // A link the listing reported as a folder is removed, not descended.
+  // A link the listing reported as a folder (as stat would) is removed, not descended.
   kdstreams::DeleteEntry((tree.root + "/to_folder").c_str(), true);
   EXPECT_FALSE(Exists(tree.root + "/to_folder"));
   EXPECT_EQ(symlink(tree.outside.c_str(), (tree.root + "/to_folder").c_str()), 0);
@@ -129,24 +107,18 @@ TEST(Folders, DeleteRemovesTheTreeButNothingALinkLeadsTo) {
   EXPECT_TRUE(KD_DeleteFolder(tree.root.c_str()));
   EXPECT_FALSE(Exists(tree.root));
   EXPECT_EQ(ReadFile(tree.outside + "/keep.txt"), "keep");
-  EXPECT_FALSE(KD_DeleteFolder(tree.root.c_str()));  // missing
-  EXPECT_FALSE(KD_DeleteFolder(static_cast<const char*>(nullptr)));
-  // A file is no folder; an empty folder goes at once; the wide form.
-  EXPECT_FALSE(KD_DeleteFolder((tree.outside + "/keep.txt").c_str()));
+  // Missing, null, or a file: false.
+  EXPECT_FALSE(KD_DeleteFolder(tree.root.c_str()) || KD_DeleteFolder(static_cast<const char*>(nullptr)) ||
+               KD_DeleteFolder((tree.outside + "/keep.txt").c_str()));
+  // Out of memory part way: no crash and nothing outside touched; the wide form then deletes.
   Tree again(dir);
-  EXPECT_TRUE(KD_DeleteFolder(Wide(again.root + "/empty").c_str()));
-  EXPECT_TRUE(KD_DeleteFolder(Wide(again.root).c_str()));
-  EXPECT_FALSE(Exists(again.root));
-  EXPECT_TRUE(Exists(again.outside + "/keep.txt"));
-  // Out of memory part way: no crash, nothing outside touched, and the tree can still go later.
-  Tree third(dir);
   {
     kdtest::TestDefaultMgr mgr;
     mgr.sys().FailAll(true);
-    EXPECT_FALSE(KD_DeleteFolder(third.root.c_str()));
+    EXPECT_FALSE(KD_DeleteFolder(again.root.c_str()));
   }
-  EXPECT_TRUE(Exists(third.outside + "/keep.txt"));
-  EXPECT_TRUE(KD_DeleteFolder(third.root.c_str()));
+  EXPECT_TRUE(KD_DeleteFolder(Wide(again.root).c_str()));
+  EXPECT_TRUE(!Exists(again.root) && Exists(again.outside + "/keep.txt"));
 }
 
 TEST(Folders, CreateAndExistWithBothPathConversions) {
@@ -157,32 +129,27 @@ TEST(Folders, CreateAndExistWithBothPathConversions) {
   struct stat st;
   ASSERT_EQ(stat(dir.File("made").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0755u);
-  EXPECT_FALSE(KD_CreateFolder(dir.File("made").c_str()));             // exists
-  EXPECT_FALSE(KD_CreateFolder(dir.File("no/parent/here").c_str()));   // parents are not made
-  EXPECT_FALSE(KD_CreateFolder(static_cast<const wchar_t*>(nullptr)));
+  // Exists already; parents are not made.
+  EXPECT_FALSE(KD_CreateFolder(dir.File("made").c_str()) || KD_CreateFolder(dir.File("no/parent").c_str()));
 
   const std::string accented = dir.File("caf\xC3\xA9");  // UTF-8 bytes of "café"
   {
-    // Under a UTF-8 locale both conversions give the same bytes.
-    Locale utf8("C.UTF-8");
+    Locale utf8("C.UTF-8");  // both conversions give the same bytes
     if (utf8.ok()) {
-      EXPECT_TRUE(KD_CreateFolder(Wide(accented).c_str()));
-      EXPECT_TRUE(KD_IsFilePathExist(Wide(accented).c_str()));
-      EXPECT_TRUE(KD_File_Exist(Wide(accented)));
-      EXPECT_TRUE(KD_DeleteFolder(Wide(accented).c_str()));
+      EXPECT_TRUE(KD_CreateFolder(Wide(accented).c_str()) && KD_IsFilePathExist(Wide(accented).c_str()));
+      EXPECT_TRUE(KD_File_Exist(Wide(accented)) && KD_DeleteFolder(Wide(accented).c_str()));
     }
   }
-  {
-    // Under "C" the folder functions cannot convert "é"; the whole-file operations use UTF-8.
-    Locale c("C");
-    ASSERT_TRUE(c.ok());
-    EXPECT_FALSE(KD_CreateFolder(Wide(accented).c_str()));
-    ASSERT_EQ(mkdir(accented.c_str(), 0755), 0);
-    EXPECT_FALSE(KD_IsFilePathExist(Wide(accented).c_str()));
-    EXPECT_TRUE(KD_File_Exist(Wide(accented)));
-    EXPECT_TRUE(KD_IsFilePathExist(Wide(dir.path()).c_str()));
-  }
+  // Under "C" the folder functions cannot convert "é"; the whole-file operations use UTF-8.
+  Locale c("C");
+  ASSERT_TRUE(c.ok());
+  EXPECT_FALSE(KD_CreateFolder(Wide(accented).c_str()));
+  ASSERT_EQ(mkdir(accented.c_str(), 0755), 0);
+  EXPECT_FALSE(KD_IsFilePathExist(Wide(accented).c_str()));
+  EXPECT_TRUE(KD_File_Exist(Wide(accented)) && KD_IsFilePathExist(Wide(dir.path()).c_str()));
 }
+
+CKD_ByteStringC View(const std::string& s) { return CKD_ByteStringC(s.data(), static_cast<int>(s.size())); }
 
 TEST(FileOps, ExistDeleteCopyMove) {
   TempDir dir;
@@ -190,61 +157,42 @@ TEST(FileOps, ExistDeleteCopyMove) {
   std::string data(100000, '\0');
   for (char& c : data) c = static_cast<char>(rng());
   const std::string src = dir.File("src.bin"), dst = dir.File("dst.bin"), utf8 = dir.File("\xC3\xA9t\xC3\xA9.bin");
+  const std::string empty = dir.File("empty"), never = dir.File("never"), moved = dir.File("moved.bin");
+  const std::string with_zero = src + std::string("\0x", 2);  // would name its first part: refused
   WriteFile(src, data);
-
-  EXPECT_TRUE(KD_File_Exist(CKD_ByteStringC(src.c_str())));
-  EXPECT_FALSE(KD_File_Exist(CKD_ByteStringC(dir.File("missing").c_str())));
-  // A path with a 0 byte inside would name its first part: refused.
-  const std::string with_zero = src + std::string("\0x", 2);
-  EXPECT_FALSE(KD_File_Exist(CKD_ByteStringC(with_zero.data(), static_cast<int>(with_zero.size()))));
+  WriteFile(empty, std::string());
+  WriteFile(dst, std::string(200000, 'x'));
+  EXPECT_TRUE(KD_File_Exist(View(src)) && !KD_File_Exist(View(never)) && !KD_File_Exist(View(with_zero)));
 
   // Copy: the bytes, into a created or emptied file of permissions 0644.
-  WriteFile(dst, std::string(200000, 'x'));
-  EXPECT_TRUE(KD_File_Copy(CKD_ByteStringC(src.c_str()), CKD_ByteStringC(dst.c_str())));
-  EXPECT_EQ(ReadFile(dst), data);
   mode_t old_mask = umask(0);
-  EXPECT_TRUE(KD_File_Copy(Wide(src), Wide(utf8)));
+  EXPECT_TRUE(KD_File_Copy(View(src), View(dst)) && KD_File_Copy(Wide(src), Wide(utf8)));
   umask(old_mask);
-  EXPECT_EQ(ReadFile(utf8), data);
+  EXPECT_TRUE(ReadFile(dst) == data && ReadFile(utf8) == data);
   struct stat st;
-  ASSERT_EQ(stat(utf8.c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0644u);
+  EXPECT_TRUE(stat(utf8.c_str(), &st) == 0 && (st.st_mode & 0777) == 0644u);
   // Empty or missing sources are not copied, and the target is not created.
-  const std::string empty = dir.File("empty"), never = dir.File("never");
-  WriteFile(empty, "");
-  EXPECT_FALSE(KD_File_Copy(CKD_ByteStringC(empty.c_str()), CKD_ByteStringC(never.c_str())));
-  EXPECT_FALSE(KD_File_Copy(CKD_ByteStringC(dir.File("missing").c_str()), CKD_ByteStringC(never.c_str())));
-  EXPECT_FALSE(Exists(never));
-  EXPECT_FALSE(KD_File_Copy(CKD_ByteStringC(src.c_str()), CKD_ByteStringC(dir.File("no/folder").c_str())));
+  EXPECT_FALSE(KD_File_Copy(View(empty), View(never)) || KD_File_Copy(View(dir.File("missing")), View(never)));
+  EXPECT_FALSE(Exists(never) || KD_File_Copy(View(src), View(dir.File("no/folder"))));
   // A source that opens but cannot be read (a folder) ends the copy at the failed read.
   if (stat(dir.path().c_str(), &st) == 0 && st.st_size > 0) {
-    EXPECT_TRUE(KD_File_Copy(CKD_ByteStringC(dir.path().c_str()), CKD_ByteStringC(never.c_str())));
-    EXPECT_EQ(ReadFile(never), "");
+    EXPECT_TRUE(KD_File_Copy(View(dir.path()), View(never)) && ReadFile(never).empty());
   }
   {
     // No 32 KiB buffer: false, with the target opened (and so emptied).
     kdtest::TestDefaultMgr mgr;
     mgr.sys().FailAbove(32767);
-    EXPECT_FALSE(KD_File_Copy(CKD_ByteStringC(src.c_str()), CKD_ByteStringC(dst.c_str())));
+    EXPECT_FALSE(KD_File_Copy(View(src), View(dst)));
   }
   EXPECT_EQ(ReadFile(dst), "");
 
   // Move: the result is inverted, false when the move worked.
-  const std::string moved = dir.File("moved.bin");
-  EXPECT_FALSE(KD_File_Move(CKD_ByteStringC(src.c_str()), CKD_ByteStringC(moved.c_str())));
-  EXPECT_FALSE(Exists(src));
-  EXPECT_EQ(ReadFile(moved), data);
-  EXPECT_TRUE(KD_File_Move(CKD_ByteStringC(src.c_str()), CKD_ByteStringC(moved.c_str())));  // missing
-  EXPECT_FALSE(KD_File_Move(Wide(utf8), Wide(src)));
-  EXPECT_TRUE(Exists(src) && !Exists(utf8));
-  EXPECT_TRUE(KD_File_Move(CKD_ByteStringC(with_zero.data(), static_cast<int>(with_zero.size())),
-                           CKD_ByteStringC(moved.c_str())));
-
+  EXPECT_FALSE(KD_File_Move(View(src), View(moved)) || Exists(src) || KD_File_Move(Wide(utf8), Wide(src)));
+  EXPECT_TRUE(KD_File_Move(View(moved), View(dir.File("no/folder"))) && KD_File_Move(View(with_zero), View(moved)));
+  EXPECT_TRUE(Exists(src) && !Exists(utf8) && ReadFile(moved) == data);
   // Delete, both forms.
-  EXPECT_TRUE(KD_File_Delete(CKD_ByteStringC(src.c_str())));
-  EXPECT_FALSE(KD_File_Delete(CKD_ByteStringC(src.c_str())));
-  EXPECT_TRUE(KD_File_Delete(Wide(moved)));
-  EXPECT_FALSE(KD_File_Exist(Wide(moved)));
+  EXPECT_TRUE(KD_File_Delete(View(src)) && !KD_File_Delete(View(src)));
+  EXPECT_TRUE(KD_File_Delete(Wide(moved)) && !KD_File_Exist(Wide(moved)));
 }
 
 }  // namespace
