@@ -168,7 +168,8 @@ class NORVANE_API CKD_FileBufferArchive : public IKD_BufferArchive, public CKD_O
   bool DoWork(const void* data, size_t size) override;
   // Flush writes the buffered bytes and, when that worked, flushes the file (true without one).
   // Note that a file stream reports writing 0 bytes as a failure, so flushing an empty buffer
-  // into one returns false and does not flush the file.
+  // into one returns false and does not flush the file. Flush is not virtual: called through an
+  // IKD_BufferArchive it only writes the bytes.
   bool Flush();
 
   // AttachFile makes file the output, owned (released by the archive) when take_over. A file
