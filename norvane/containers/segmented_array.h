@@ -183,7 +183,15 @@ class CKD_SegmentedArray : public CKD_BaseSegmentedArray {
   }
   // Add appends a copy of value; false when memory runs out.
   bool Add(const T& value) {
-    T* slot = Add();
+    const int n = m_DataSize;
+    if (n % kSegmentUnits != 0 && n < kMaxSize) {
+      // The size is written after the element, which may alias it: a caller's loop can then keep
+      // the size in a register.
+      *At(n) = value;
+      m_DataSize = n + 1;
+      return true;
+    }
+    T* slot = static_cast<T*>(AddSegment());
     if (!slot) return false;
     *slot = value;
     return true;
