@@ -24,6 +24,12 @@ int main() {
   CKD_ByteTextBuf text;
   text << CKD_ByteStringC("n=") << 42;
   ok = ok && text.GetByteString() == CKD_ByteStringC("n=42");
+  CKD_CMapByteStringToPtr compact;
+  compact.SetAt("k", &text);
+  void* found = nullptr;
+  CKD_SegmentedArray<int, 4, 2> segmented;
+  for (int i = 0; i < 9; ++i) segmented.Add(i);
+  ok = ok && compact.Lookup("k", found) && found == &text && segmented.GetIndexLevels() == 2 && segmented[8] == 8;
   std::printf(ok ? "consumer ok\n" : "consumer FAILED\n");
   return ok ? 0 : 1;
 }
