@@ -114,7 +114,6 @@ class NORVANE_API CKD_BaseSegmentedArray : public CKD_Object {
   // AddSegment appends an element that starts a new segment (Add without room in the last one).
   void* AddSegment();
 
- private:
   // Split divides n by d (d >= 1), with a shift when d is a power of two: the common shapes pay
   // no division on the way to an element.
   static void Split(unsigned n, unsigned d, unsigned& quotient, unsigned& remainder) {
@@ -127,7 +126,7 @@ class NORVANE_API CKD_BaseSegmentedArray : public CKD_Object {
     }
   }
 
-  // Locate returns the address of element index, which must be below the size.
+  // Locate returns the address of element index, which must lie in a segment the tree holds.
   uint8_t* Locate(int index) const {
     const size_t unit = static_cast<size_t>(m_UnitSize);
     const unsigned levels = m_IndexLevels;
@@ -146,6 +145,7 @@ class NORVANE_API CKD_BaseSegmentedArray : public CKD_Object {
     return static_cast<uint8_t*>(table[segment]) + offset * unit;
   }
 
+ private:
   // The segment of segment number segment in a tree of more than two levels.
   uint8_t* LocateDeep(unsigned segment) const;
   // Returns the last-level table for segment, creating missing tables on the way; null when one
@@ -218,7 +218,7 @@ class CKD_SegmentedArray : public CKD_BaseSegmentedArray {
       case 2:
         return static_cast<T*>(static_cast<void* const*>(table[segment / kIndexSize])[segment % kIndexSize]) + offset;
       default:
-        return static_cast<T*>(CKD_BaseSegmentedArray::GetAt(index));
+        return reinterpret_cast<T*>(Locate(index));
     }
   }
 };

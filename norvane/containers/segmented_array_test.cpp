@@ -266,6 +266,9 @@ TEST(SegmentedArray, TypedLayerAgreesWithTheBase) {
     EXPECT_EQ(b.Add(), nullptr);    // but starts a segment of 4
     t.sys().FailAll(false);
     EXPECT_TRUE(a.GetSize() == 501 && b.GetSize() == 500);
+    // By default a segment holds 4 KiB of elements, and tables 64 entries.
+    CKD_SegmentedArray<uint64_t> c(t.allocator());
+    EXPECT_TRUE(c.GetSegmentUnits() == 512 && c.GetIndexSize() == 64);
   }
   EXPECT_EQ(t.live_blocks(), 0u);
 }
