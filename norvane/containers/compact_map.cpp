@@ -77,12 +77,20 @@ uint32_t CKD_CMapByteStringToPtr::KeyCode(const CKD_ByteStringC& key) {
   const int length = key.GetLength();
   if (!data || length <= 0) return 0;
   const uint32_t low = KD_HashCode_String_GetA(key.GetCStr(), length, false) & 0xFFFF;
-  // The RS hash, over the bytes taken as signed.
+  // The RS hash over the bytes taken as signed, h = h * a + byte with a multiplied by 378551 after
+  // each byte, taken two bytes a step: h * (a * a') + (b0 * a' + b1) with a' = a * 378551. The
+  // chain that carries h then holds one multiplication per two bytes.
+  constexpr uint32_t kStep = 378551;
+  constexpr uint32_t kStep2 = kStep * kStep;
+  auto byte = [data](int i) { return static_cast<uint32_t>(static_cast<int32_t>(static_cast<signed char>(data[i]))); };
   uint32_t h = 0, a = 63689;
-  for (int i = 0; i < length; ++i) {
-    h = h * a + static_cast<uint32_t>(static_cast<int32_t>(static_cast<signed char>(data[i])));
-    a *= 378551;
+  int i = 0;
+  for (; i + 2 <= length; i += 2) {
+    const uint32_t next = a * kStep;
+    h = h * (a * next) + (byte(i) * next + byte(i + 1));
+    a *= kStep2;
   }
+  if (i < length) h = h * a + byte(i);
   return low | (h & 0x7FFF0000);
 }
 
