@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "norvane/containers/compact_map_internal.h"
 #include "norvane/containers/segmented_array_internal.h"
 #include "norvane/memory/memory_internal.h"
 
@@ -20,9 +19,18 @@ inline bool IsLive(const Entry* e) { return e->key.m_Mark != _CompactString::kDe
 
 inline void* Position(int index) { return reinterpret_cast<void*>(static_cast<uintptr_t>(index) + 1); }
 
+// What a lookup is after: the code to find and, once found, the value.
+struct KDCMapLookup {
+  uint32_t code;
+  void* value;
+};
+
 }  // namespace
 
-bool _CompactStringStore(IKD_Allocator* allocator, _CompactString* key, const uint8_t* data, int length) {
+// _CompactStringStore writes the code and the bytes of the length-byte key at data into key. A
+// key of 12 bytes or more gets a block of length bytes of its own from allocator (null: the
+// default manager); false, with key untouched, when that block cannot be had.
+static bool _CompactStringStore(IKD_Allocator* allocator, _CompactString* key, const uint8_t* data, int length) {
   if (!data || length < 0) length = 0;
   const uint32_t code = CKD_CMapByteStringToPtr::KeyCode(CKD_ByteStringC(data, length));
   if (length > _CompactString::kMaxInline) {
@@ -47,7 +55,9 @@ bool _CompactStringStore(IKD_Allocator* allocator, _CompactString* key, const ui
   return true;
 }
 
-CKD_ByteStringC _CompactStringView(const _CompactString& key) {
+// _CompactStringView is the stored key: inline, long (its stored 16-bit length) or, for a removed
+// entry or an unknown mark, empty.
+static CKD_ByteStringC _CompactStringView(const _CompactString& key) {
   if (key.m_Mark <= _CompactString::kMaxInline) {
     return CKD_ByteStringC(reinterpret_cast<const unsigned char*>(&key) + kInlineOffset, key.m_Mark);
   }
@@ -57,7 +67,9 @@ CKD_ByteStringC _CompactStringView(const _CompactString& key) {
   return CKD_ByteStringC();
 }
 
-bool _CMapLookupCallback(void* param, void* element) {
+// _CMapLookupCallback is the step of a lookup over the entries: param is a KDCMapLookup, element
+// an entry. It returns false (stop) at a live entry with the wanted code, after taking its value.
+static bool _CMapLookupCallback(void* param, void* element) {
   auto* lookup = static_cast<KDCMapLookup*>(param);
   const auto* entry = static_cast<const Entry*>(element);
   if (entry->key.m_dwCode != lookup->code || !IsLive(entry)) return true;
@@ -65,7 +77,8 @@ bool _CMapLookupCallback(void* param, void* element) {
   return false;
 }
 
-int _CompareDWord(const void* a, const void* b) {
+// _CompareDWord compares the 32-bit keys at a and b as their difference taken as a signed int.
+static int _CompareDWord(const void* a, const void* b) {
   uint32_t x, y;
   memcpy(&x, a, sizeof(x));
   memcpy(&y, b, sizeof(y));
