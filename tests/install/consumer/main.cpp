@@ -38,6 +38,13 @@ int main() {
   CKD_SegmentedArray<int, 4, 2> segmented;
   for (int i = 0; i < 9; ++i) segmented.Add(i);
   ok = ok && compact.Lookup("k", found) && found == &text && segmented.GetIndexLevels() == 2 && segmented[8] == 8;
+  // Streams: Base64, archives, folders.
+  char b64[8] = {};
+  CKD_ArchiveSaver saver;
+  saver << 1 << "ab";
+  ok = ok && CKD_Base64Encoder('=').Encode(reinterpret_cast<const uint8_t*>("foo"), 3, b64) == 4 &&
+       strcmp(b64, "Zm9v") == 0 && saver.GetLength() == 10 && KD_GetFolderSeparator() == '/' &&
+       KD_File_Exist(CKD_ByteStringC("/"));
   std::printf(ok ? "consumer ok\n" : "consumer FAILED\n");
   return ok ? 0 : 1;
 }
