@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "norvane/text/utf8_internal.h"
 #include "tools/norvane/commands.h"
 #include "tools/norvane/iconv_codec.h"
 #include "tools/norvane/io.h"
@@ -47,7 +48,8 @@ const char kIconvUsage[] =
 
 namespace {
 
-constexpr size_t kPiece = size_t{1} << 18;  // input bytes converted at a time
+constexpr size_t kPiece = size_t{1} << 18;  // input bytes read at a time
+constexpr size_t kStep = size_t{1} << 14;   // and converted at a time
 
 class Converter {
  public:
@@ -58,8 +60,11 @@ class Converter {
         omit_(omit),
         out_(out),
         input_(new uint8_t[kPiece]),
-        wide_(new wchar_t[kPiece]),
-        bytes_(new uint8_t[4 * kPiece]) {}
+        wide_(new wchar_t[kStep]),
+        bytes_(new uint8_t[4 * kStep]) {
+    auto ascii_compatible = [](Kind k) { return k == Kind::kTable || k == Kind::kUtf8 || k == Kind::kAscii; };
+    ascii_through_ = ascii_compatible(from.kind()) && ascii_compatible(to.kind());
+  }
 
   // Convert converts one input to its end; false after reporting what stopped it. where names
   // the input in messages (empty when there is only one).
@@ -75,10 +80,31 @@ class Converter {
   bool omit_;
   OutputFile* out_;
   bool mark_written_ = false;
+  bool ascii_through_;  // both encodings write ASCII as ASCII bytes
   std::unique_ptr<uint8_t[]> input_;
   std::unique_ptr<wchar_t[]> wide_;
   std::unique_ptr<uint8_t[]> bytes_;
 };
+
+// AsciiRun returns the length of the run of bytes below 0x80 at the start of s[0..n), counted in
+// whole eight-byte words.
+size_t AsciiRun(const uint8_t* s, size_t n) {
+  size_t i = 0;
+  while (i + 8 <= n && (kdtext::Load64(s + i) & kdtext::kHighBits) == 0) i += 8;
+  return i;
+}
+
+// NextAsciiRun returns where, from 4 bytes on (past one whole character), 32 ASCII bytes in a row
+// start, or n.
+size_t NextAsciiRun(const uint8_t* s, size_t n) {
+  for (size_t i = 4; i + 32 <= n; i += 8) {
+    if (((kdtext::Load64(s + i) | kdtext::Load64(s + i + 8) | kdtext::Load64(s + i + 16) |
+          kdtext::Load64(s + i + 24)) & kdtext::kHighBits) == 0) {
+      return i;
+    }
+  }
+  return n;
+}
 
 bool Converter::Emit(const uint8_t* data, size_t size) {
   if (size == 0) return true;
@@ -122,14 +148,27 @@ bool Converter::Convert(InputFile* in, const std::string& name, const std::strin
       }
     }
     while (pos < n) {
-      Encoding::Decoded d = from_.Decode(s + pos, n - pos, wide_.get(), big_endian);
+      // Steps small enough for the characters and bytes of one to stay in the nearest caches.
+      size_t len = n - pos < kStep ? n - pos : kStep;
+      if (ascii_through_) {
+        // At a character boundary every byte below 0x80 is an ASCII character, written as it is
+        // by every target here; the library converts what lies between long runs of them.
+        const size_t run = AsciiRun(s + pos, len);
+        if (run >= 32) {
+          if (!Emit(s + pos, run)) return false;
+          pos += run;
+          continue;
+        }
+        len = NextAsciiRun(s + pos, len);
+      }
+      Encoding::Decoded d = from_.Decode(s + pos, len, wide_.get(), big_endian);
       for (size_t w = 0; w < d.produced;) {
         size_t written;
         w += to_.Encode(wide_.get() + w, d.produced - w, bytes_.get(), &written);
         if (!Emit(bytes_.get(), written)) return false;
         if (w == d.produced) break;
         if (!omit_) {
-          unsigned long long at = base + pos + from_.SourceBytes(s + pos, n - pos, w, big_endian);
+          unsigned long long at = base + pos + from_.SourceBytes(s + pos, len, w, big_endian);
           Error("cannot convert: U+%04X at byte %llu%s cannot be written in %s", static_cast<unsigned>(wide_[w]), at,
                 where.c_str(), to_name_);
           return false;
@@ -137,9 +176,12 @@ bool Converter::Convert(InputFile* in, const std::string& name, const std::strin
         ++w;  // omitted
       }
       pos += d.consumed;
-      if (!d.invalid) break;  // the rest, if any, is a character cut off by the end of the piece
-      if (!omit_) return Fail("invalid input", base + pos, where);
-      pos += d.bad;
+      if (d.invalid) {
+        if (!omit_) return Fail("invalid input", base + pos, where);
+        pos += d.bad;
+      } else if (len == n - (pos - d.consumed)) {
+        break;  // the rest, if any, is a character cut off by the end of what was read
+      }
     }
     const size_t tail = n - pos;
     if (end) return tail == 0 || Fail("invalid input", base + pos, where + " (a character cut off by the end)");

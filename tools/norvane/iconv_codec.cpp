@@ -68,6 +68,34 @@ uint32_t Unit16(const uint8_t* p, bool big_endian) {
 // The length of the UTF-8 sequence a (valid) lead byte starts.
 size_t Utf8Length(uint8_t b) { return b < 0x80 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4; }
 
+// WellFormedDecoding tells whether count characters that the lenient decoder made of bytes bytes
+// can only have come from well-formed UTF-8: each is a Unicode scalar value (no surrogate,
+// nothing above U+10FFFF) and their shortest forms take exactly that many bytes, where an
+// overlong form or a dropped byte would have taken more. U+FFFD answers false, as the decoder
+// also makes it of an overlong zero of its length. Four characters at a time with the compilers'
+// vector extensions (SSE2 or NEON), where a true comparison is -1; count stays far below the
+// range of a lane.
+bool WellFormedDecoding(const wchar_t* chars, size_t count, size_t bytes) {
+  typedef uint32_t U4 __attribute__((vector_size(16)));
+  typedef int32_t I4 __attribute__((vector_size(16)));
+  I4 length = {0, 0, 0, 0}, bad = {0, 0, 0, 0};
+  size_t i = 0;
+  for (; i + 4 <= count; i += 4) {
+    U4 c;
+    std::memcpy(&c, chars + i, sizeof c);
+    length += 1 - ((c >= 0x80u) + (c >= 0x800u) + (c >= 0x10000u));
+    bad |= ((c - 0xD800u) < 0x800u) | (c > 0x10FFFFu) | (c == 0xFFFDu);
+  }
+  size_t total = static_cast<size_t>(length[0] + length[1] + length[2] + length[3]);
+  if (bad[0] | bad[1] | bad[2] | bad[3]) return false;
+  for (; i < count; ++i) {
+    const uint32_t c = static_cast<uint32_t>(chars[i]);
+    if ((c >= 0xD800 && c < 0xE000) || c > 0x10FFFF || c == 0xFFFD) return false;
+    total += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+  }
+  return total == bytes;
+}
+
 }  // namespace
 
 Encoding::~Encoding() {
@@ -117,12 +145,35 @@ size_t ValidUtf8Prefix(const uint8_t* s, size_t n, bool* cut, size_t* bad) {
   *bad = 0;
   size_t i = 0;
   while (i < n) {
+    while (i + 16 <= n && ((kdtext::Load64(s + i) | kdtext::Load64(s + i + 8)) & kdtext::kHighBits) == 0) i += 16;
     while (i + 8 <= n && (kdtext::Load64(s + i) & kdtext::kHighBits) == 0) i += 8;
     if (i >= n) break;
     const uint8_t b = s[i];
     if (b < 0x80) {
       ++i;
       continue;
+    }
+    if (i + 4 <= n) {
+      // Whole 2-, 3- and 4-byte sequences, decided on one word: the lead byte in the low byte.
+      uint32_t w;
+      std::memcpy(&w, s + i, sizeof w);
+      if ((w & 0xC0E0) == 0x80C0 && b >= 0xC2) {
+        i += 2;
+        continue;
+      }
+      if ((w & 0xC0C0F0) == 0x8080E0) {
+        const uint32_t t = w & 0x200F;  // E0 with a second byte below A0 is overlong, ED above 9F a surrogate
+        if (t != 0 && t != 0x200D) {
+          i += 3;
+          continue;
+        }
+      } else if ((w & 0xC0C0C0F8) == 0x808080F0) {
+        const uint32_t c = (w & 0x07) << 18 | ((w >> 8) & 0x3F) << 12;
+        if (c >= 0x10000 && c <= 0x10FFFF) {
+          i += 4;
+          continue;
+        }
+      }
     }
     // The second byte's range narrows after E0, ED, F0 and F4 (no overlong forms, surrogates or
     // values above U+10FFFF); C0, C1 and F5-FF start nothing.
@@ -174,10 +225,20 @@ Encoding::Decoded Encoding::Decode(const uint8_t* src, size_t n, wchar_t* dst, b
       r.bad = 1;
       return r;
     case Kind::kUtf8: {
-      // The library reads UTF-8 leniently by design; only what passed the strict check reaches it.
-      bool cut;
-      src_len = dst_len = static_cast<int>(ValidUtf8Prefix(src, n, &cut, &r.bad));
-      if (src_len > 0) KD_UTF8Decode(s, &src_len, dst, &dst_len);
+      // The library reads UTF-8 leniently by design. What it made of well-formed input is taken
+      // as it is; anything else is decoded again, only as far as the strict check allows.
+      bool cut = false;
+      KD_UTF8Decode(s, &src_len, dst, &dst_len);
+      size_t valid = static_cast<size_t>(src_len);
+      if (WellFormedDecoding(dst, static_cast<size_t>(dst_len), valid)) {
+        if (valid < n && ValidUtf8Prefix(src + valid, n - valid, &cut, &r.bad) != 0) valid = 0;
+      } else {
+        valid = 0;
+      }
+      if (valid == 0) {  // the slow way: check first, then decode what passed
+        src_len = dst_len = static_cast<int>(ValidUtf8Prefix(src, n, &cut, &r.bad));
+        if (src_len > 0) KD_UTF8Decode(s, &src_len, dst, &dst_len);
+      }
       r.consumed = static_cast<size_t>(src_len);
       r.produced = static_cast<size_t>(dst_len);
       r.invalid = r.consumed < n && !cut;
