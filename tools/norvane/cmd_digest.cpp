@@ -277,11 +277,16 @@ class LineReader {
 };
 
 // CheckList checks every line of one list; false when the list fails.
-bool CheckList(const Settings& s, LineParser& parser, const std::string& list, std::vector<uint8_t>& buffer) {
-  const bool is_stdin = list == "-";
+bool CheckList(const Settings& s, LineParser& parser, const std::string& path, std::vector<uint8_t>& buffer) {
+  const bool is_stdin = path == "-";
+  const std::string list = is_stdin ? "standard input" : path;
   InputFile in;
-  if (!in.Open(list.c_str())) {
-    Error("%s: %s", Quote(list).c_str(), std::strerror(errno));
+  if (!in.Open(path.c_str())) {
+    if (errno == EISDIR) {  // a folder opens; reading it fails
+      Error("%s: read error", Quote(list).c_str());
+    } else {
+      Error("%s: %s", Quote(list).c_str(), std::strerror(errno));
+    }
     return false;
   }
   long line_number = 0, misformatted = 0, mismatched = 0, unreadable = 0;

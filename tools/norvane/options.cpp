@@ -1,6 +1,7 @@
 #include "tools/norvane/options.h"
 
 #include <cstring>
+#include <string>
 
 #include "tools/norvane/commands.h"
 
@@ -8,24 +9,26 @@ namespace nvtool {
 
 namespace {
 
-// FindLong returns the index of the long option name[0..len) names, exactly or as the prefix of
-// only one; -1 after reporting it unknown or ambiguous.
+// FindLong returns the index of the long option arg[0..len) names, exactly or as the prefix of
+// only one; -1 after reporting it unknown or ambiguous, in the words of getopt_long.
 int FindLong(const char* command, const char* arg, size_t len, const Option* options, size_t count) {
   int found = -1;
-  bool ambiguous = false;
+  std::string candidates;
   for (size_t i = 0; i < count; ++i) {
     const char* name = options[i].long_name;
     if (!name || std::strncmp(name, arg, len) != 0) continue;
     if (name[len] == '\0') return static_cast<int>(i);
-    if (found >= 0) ambiguous = true;
-    found = static_cast<int>(i);
+    candidates += std::string(" '--") + name + "'";
+    if (found == -1) found = static_cast<int>(i);
+    else found = -2;
   }
-  if (found < 0 || ambiguous) {
-    UsageError("%s: %s option '--%.*s'", command, ambiguous ? "ambiguous" : "unrecognized", static_cast<int>(len),
-               arg);
-    return -1;
+  if (found == -1) {
+    UsageError("%s: unrecognized option '--%.*s'", command, static_cast<int>(len), arg);
+  } else if (found == -2) {
+    UsageError("%s: option '--%.*s' is ambiguous; possibilities:%s", command, static_cast<int>(len), arg,
+               candidates.c_str());
   }
-  return found;
+  return found < 0 ? -1 : found;
 }
 
 }  // namespace
