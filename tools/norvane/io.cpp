@@ -41,13 +41,14 @@ bool InputFile::Open(const char* name) {
     if (fstat(fd_, &st) == 0 && S_ISREG(st.st_mode)) size_ = st.st_size;
     return true;
   }
-  if (stat(name, &st) == 0 && S_ISDIR(st.st_mode)) {
+  const bool known = stat(name, &st) == 0;
+  if (known && S_ISDIR(st.st_mode)) {
     errno = EISDIR;
     return false;
   }
   // A file of /proc or /sys reports a size (often 0 or 4096) that is not its content and takes
   // no blocks; so does a file that is one hole, which plain reads handle as well.
-  if (stat(name, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0 && st.st_blocks > 0) {
+  if (known && S_ISREG(st.st_mode) && st.st_size > 0 && st.st_blocks > 0) {
     IKD_FileRead* file = KD_CreateFileRead(name);
     if (!file) return false;  // errno says why
     chunks_.reset(new unsigned char[static_cast<size_t>(kChunk) * kChunks]);
