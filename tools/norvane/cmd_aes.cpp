@@ -35,14 +35,11 @@ const char kAesCbcUsage[] =
     "Exit status: 0 done, 1 the input or a key file could not be read or the padding is wrong,\n"
     "2 a usage error (also a bad key, IV or input length).\n";
 
-namespace {
-
-constexpr size_t kPiece = size_t{1} << 20;  // a multiple of the block size
-
-bool ParseHex(const std::string& text, std::vector<uint8_t>* out) {
+bool ParseHex(const char* text, std::vector<uint8_t>* out) {
   out->clear();
-  if (text.empty() || text.size() % 2) return false;
-  for (size_t i = 0; i < text.size(); i += 2) {
+  const size_t n = std::strlen(text);
+  if (n == 0 || n % 2) return false;
+  for (size_t i = 0; i < n; i += 2) {
     int v = 0;
     for (size_t j = i; j < i + 2; ++j) {
       const char c = text[j];
@@ -62,6 +59,10 @@ bool ParseHex(const std::string& text, std::vector<uint8_t>* out) {
   }
   return true;
 }
+
+namespace {
+
+constexpr size_t kPiece = size_t{1} << 20;  // a multiple of the block size
 
 // ReadSecret reads a key or IV file in hex, white space around it dropped; false after reporting
 // a file that cannot be read.
@@ -135,7 +136,7 @@ int RunAesCbc(int argc, char** argv) {
     return kExitFailure;
   }
   std::vector<uint8_t> key, iv;
-  if (!ParseHex(key_text, &key)) {
+  if (!ParseHex(key_text.c_str(), &key)) {
     Error("aes-cbc: the key is not a hex string");
     return kExitUsage;
   }
@@ -143,7 +144,7 @@ int RunAesCbc(int argc, char** argv) {
     Error("aes-cbc: the key must be 16, 24 or 32 bytes, not %zu", key.size());
     return kExitUsage;
   }
-  if (!ParseHex(iv_text, &iv)) {
+  if (!ParseHex(iv_text.c_str(), &iv)) {
     Error("aes-cbc: the IV is not a hex string");
     return kExitUsage;
   }

@@ -17,6 +17,8 @@
 #define NORVANE_TOOLS_NORVANE_COMMANDS_H_
 
 #include <cstddef>
+#include <cstdint>
+#include <vector>
 
 namespace nvtool {
 
@@ -46,6 +48,8 @@ void PrintCommandUsage(const Command& command);
 int UsageError(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // Prints "norvane: <message>" to stderr.
 void Error(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// Parses a non-empty hex string of whole bytes (either case) into out; false when text is not one.
+bool ParseHex(const char* text, std::vector<uint8_t>* out);
 
 int RunHelp(int argc, char** argv);
 int RunVersion(int argc, char** argv);
@@ -55,6 +59,8 @@ int RunSha384Sum(int argc, char** argv);
 int RunSha512Sum(int argc, char** argv);
 int RunAesCbc(int argc, char** argv);
 int RunIconv(int argc, char** argv);
+int RunGuid(int argc, char** argv);
+int RunRandom(int argc, char** argv);
 
 extern const char kHelpUsage[];
 extern const char kVersionUsage[];

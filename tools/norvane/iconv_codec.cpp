@@ -252,9 +252,9 @@ Encoding::Decoded Encoding::Decode(const uint8_t* src, size_t n, wchar_t* dst, b
         const size_t rest = n - r.consumed;
         const bool lead = code_page_->IsLeadByte(src[r.consumed]);
         r.invalid = !(lead && rest == 1);
-        // A lead byte and a trail byte that map to nothing are one invalid code; a lead byte
-        // before ASCII is invalid alone.
-        r.bad = lead && rest > 1 && src[r.consumed + 1] >= 0x80 ? 2 : 1;
+        // As the library reads them: a lead byte and a trail byte (0x40 or above) that map to
+        // nothing are one invalid code; a lead byte before anything lower is invalid alone.
+        r.bad = lead && rest > 1 && src[r.consumed + 1] >= 0x40 ? 2 : 1;
       }
       return r;
     }

@@ -68,7 +68,8 @@ cases=(
   "cp1252 utf-8 61816281"              # bytes cp1252 leaves undefined
   "cp1252 utf-8 618d628f639064"
   "cp932 utf-8 6182"                   # a lead byte at the end
-  "cp932 utf-8 61824162 same"          # a lead byte before ASCII
+  "cp932 utf-8 61824162"               # a lead byte and a trail byte that make nothing
+  "cp932 utf-8 6182206162"             # a lead byte before a byte that cannot be a trail
   "cp932 utf-8 61854062"               # an undefined pair
   "cp949 utf-8 61c9a162 same"
   "cp936 utf-8 6180d2bb62"
