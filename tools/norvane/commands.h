@@ -10,9 +10,11 @@
 //   2. Add one entry to kCommands in main.cpp: {"foo", "ARGS", "one-line summary", RunFoo, kFooUsage}.
 // The usage text is the whole help of the command, starting "Usage: norvane foo ..." and ending
 // in a newline; `norvane help foo` and `norvane foo --help` print it (main handles both, so the
-// command never sees --help before a "--"). A command without one (null) gets its synopsis and
-// summary instead. A bad argument is reported with UsageError("foo: ..."), which prints that one
-// line and "Try 'norvane help foo'." and returns kExitUsage.
+// command never sees --help before a "--"). An entry without one gets its synopsis and summary
+// instead. A bad argument is reported with UsageError("foo: ..."), which prints that one line and
+// "Try 'norvane help foo'." and returns kExitUsage. ParseOptions (options.h) reads options as the
+// GNU tools do; InputFile, OutputFile and Quote (io.h) read inputs to their end, write with write
+// errors reported, and quote names in messages.
 #ifndef NORVANE_TOOLS_NORVANE_COMMANDS_H_
 #define NORVANE_TOOLS_NORVANE_COMMANDS_H_
 
@@ -30,7 +32,7 @@ struct Command {
   const char* summary;  // one line
   // Runs the command; argv[0] is the command name, argv[1..argc-1] its arguments.
   int (*run)(int argc, char** argv);
-  const char* usage;  // the command's full usage text, or null
+  const char* usage = nullptr;  // the command's full usage text
 };
 
 // The command table, in the order the help lists it.
@@ -70,6 +72,8 @@ extern const char kSha384SumUsage[];
 extern const char kSha512SumUsage[];
 extern const char kAesCbcUsage[];
 extern const char kIconvUsage[];
+extern const char kGuidUsage[];
+extern const char kRandomUsage[];
 
 }  // namespace nvtool
 

@@ -70,7 +70,7 @@ cases=(
   "cp932 utf-8 6182"                   # a lead byte at the end
   "cp932 utf-8 61824162"               # a lead byte and a trail byte that make nothing
   "cp932 utf-8 6182206162"             # a lead byte before a byte that cannot be a trail
-  "cp932 utf-8 61854062"               # an undefined pair
+  "cp932 utf-8 61854062 same"          # an undefined pair
   "cp949 utf-8 61c9a162 same"
   "cp936 utf-8 6180d2bb62"
   "utf-16le utf-8 610000dc6200"        # a lone low surrogate

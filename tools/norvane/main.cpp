@@ -17,8 +17,9 @@ const Command kCommands[] = {
     {"sha512sum", "[OPTION]... [FILE]...", "print or check SHA-512 digests", RunSha512Sum, kSha512SumUsage},
     {"aes-cbc", "-e|-d KEY IV [--pad]", "AES-CBC of stdin to stdout", RunAesCbc, kAesCbcUsage},
     {"iconv", "-f FROM -t TO [FILE]...", "convert text between code pages, UTF-8 and UTF-16", RunIconv, kIconvUsage},
-    {"guid", "[-n N]", "print N version-4 GUIDs (default 1)", RunGuid},
-    {"random", "[-n BYTES] [--seed HEX] [--hex]", "random bytes, reproducible from a hex seed (default 32 bytes)", RunRandom},
+    {"guid", "[-n N]", "print N version-4 GUIDs (default 1)", RunGuid, kGuidUsage},
+    {"random", "[-n BYTES] [--seed HEX] [--hex]", "random bytes, reproducible from a hex seed (default 32 bytes)",
+     RunRandom, kRandomUsage},
 };
 const size_t kCommandCount = sizeof(kCommands) / sizeof(kCommands[0]);
 
