@@ -2,14 +2,7 @@
 # aes-cbc against a published CBC example and against `openssl enc`, with and without padding, on
 # inputs that cross the tool's 1 MiB pieces, from files and from pipes; keys from files; and its
 # refusals.
-set -u
-tool=$1
-fail=0
-check() {  # check <description> <expected status> <actual status>
-  if [ "$2" != "$3" ]; then echo "FAIL: $1: status $3, expected $2"; fail=1; fi
-}
-out=$(mktemp -d); trap 'rm -rf "$out"' EXIT
-cd "$out" || exit 1
+source "$(dirname "$0")/test_setup.sh"
 
 # The first block of the CBC-AES128 example of NIST SP 800-38A.
 key=2b7e151628aed2a6abf7158809cf4f3c
@@ -30,16 +23,16 @@ for k in "${keys[@]}"; do
     # PKCS#7 padding, from a file and from a pipe, both ways.
     openssl enc -$cipher -K $k -iv $iv <plain >theirs
     "$tool" aes-cbc -e --pad -K $k --iv $iv <plain >ours; check "$what: -e --pad" 0 $?
-    cmp -s ours theirs || { echo "FAIL: $what: --pad differs from openssl enc"; fail=1; }
+    same "$what: --pad against openssl enc" ours theirs
     cat theirs | "$tool" aes-cbc -d --pad -K $k --iv $iv >back; check "$what: -d --pad from a pipe" 0 $?
-    cmp -s back plain || { echo "FAIL: $what: --pad round trip"; fail=1; }
+    same "$what: --pad round trip" back plain
     # Whole blocks without padding.
     [ $((size % 16)) = 0 ] || continue
     openssl enc -$cipher -nopad -K $k -iv $iv <plain >theirs
     cat plain | "$tool" aes-cbc -e -K $k --iv $iv >ours; check "$what: -e from a pipe" 0 $?
-    cmp -s ours theirs || { echo "FAIL: $what: differs from openssl enc -nopad"; fail=1; }
+    same "$what: against openssl enc -nopad" ours theirs
     "$tool" aes-cbc -d -K $k --iv $iv <theirs >back; check "$what: -d" 0 $?
-    cmp -s back plain || { echo "FAIL: $what: round trip"; fail=1; }
+    same "$what: round trip" back plain
   done
 done
 

@@ -1,13 +1,7 @@
 #!/usr/bin/env bash
 # The tool's command-line conventions: exit statuses, where output goes, the usage of each command,
 # one-line usage errors with a hint to the help, write errors with their reason.
-set -u
-tool=$1
-fail=0
-check() {  # check <description> <expected status> <actual status>
-  if [ "$2" != "$3" ]; then echo "FAIL: $1: status $3, expected $2"; fail=1; fi
-}
-out=$(mktemp -d); trap 'rm -rf "$out"' EXIT
+source "$(dirname "$0")/test_setup.sh"
 
 "$tool" --version >"$out/o" 2>"$out/e"; check "--version" 0 $?
 grep -q '^norvane [0-9]\+\.[0-9]\+\.[0-9]\+$' "$out/o" || { echo "FAIL: --version first line"; fail=1; }
@@ -51,7 +45,8 @@ usage_error "Try 'norvane help aes-cbc'." aes-cbc -e
 
 # A write error names its reason and fails the command.
 if [ -w /dev/full ]; then
-  for args in "--help" "help iconv" "sha256sum $0" "iconv -f utf-8 -t utf-16 $0"; do
+  printf "text\n" >text
+  for args in "--help" "help iconv" "sha256sum text" "iconv -f utf-8 -t utf-16 text"; do
     # shellcheck disable=SC2086
     "$tool" $args >/dev/full 2>"$out/e"; check "$args to a full device" 1 $?
     [ "$(cat "$out/e")" = "norvane: write error: No space left on device" ] ||

@@ -3,12 +3,8 @@
 # awkward names, standard output, standard error (program name aside) and the exit status must
 # be theirs; a usage error is status 2 here where coreutils says 1. Inputs that are not regular
 # files are read to their end.
-set -u
-tool=$1
-fail=0
+source "$(dirname "$0")/test_setup.sh"
 export LC_ALL=C.UTF-8
-out=$(mktemp -d); trap 'rm -rf "$out"' EXIT
-cd "$out" || exit 1
 
 # compare <algo> <args>...: runs both, standard input from $input, and reports any difference.
 input=/dev/null

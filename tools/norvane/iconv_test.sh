@@ -2,17 +2,7 @@
 # norvane iconv against the C library's iconv(1): the same bytes out, the same exit status and the
 # same position of the first byte it cannot convert, on valid text of every page, on invalid and
 # cut-off input, with and without -c, and on inputs large enough to be read in several pieces.
-set -u
-tool=$1
-fail=0
-out=$(mktemp -d); trap 'rm -rf "$out"' EXIT
-cd "$out" || exit 1
-check() {  # check <description> <expected status> <actual status>
-  if [ "$2" != "$3" ]; then echo "FAIL: $1: status $3, expected $2"; fail=1; fi
-}
-same() {  # same <description> <file> <file>
-  cmp -s "$2" "$3" || { echo "FAIL: $1 differs"; fail=1; }
-}
+source "$(dirname "$0")/test_setup.sh"
 # position <stderr file>: the byte offset a message names ("at byte N", "at position N").
 position() { grep -o 'at \(byte\|position\) [0-9]*' "$1" | grep -o '[0-9]*$'; }
 
