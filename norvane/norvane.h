@@ -12,9 +12,11 @@
 // Containers.
 #include "norvane/containers/array.h"
 #include "norvane/containers/basic_array.h"
+#include "norvane/containers/compact_map.h"
 #include "norvane/containers/map_bytestring_to_ptr.h"
 #include "norvane/containers/map_ptr_to_ptr.h"
 #include "norvane/containers/plex.h"
+#include "norvane/containers/segmented_array.h"
 
 // Runtime services.
 #include "norvane/runtime/context.h"

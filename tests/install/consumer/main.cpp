@@ -31,6 +31,13 @@ int main() {
   KD_GUID_CreateV4(guid);
   KDPKI_RandomGenerator generator(reinterpret_cast<const uint8_t*>("abc"), 3);
   ok = ok && now.wYear >= 2024 && (guid[6] >> 4) == 4 && generator.GetByte() == 0x51;
+  // Segmented arrays and compact maps.
+  CKD_CMapByteStringToPtr compact;
+  compact.SetAt("k", &text);
+  void* found = nullptr;
+  CKD_SegmentedArray<int, 4, 2> segmented;
+  for (int i = 0; i < 9; ++i) segmented.Add(i);
+  ok = ok && compact.Lookup("k", found) && found == &text && segmented.GetIndexLevels() == 2 && segmented[8] == 8;
   std::printf(ok ? "consumer ok\n" : "consumer FAILED\n");
   return ok ? 0 : 1;
 }
