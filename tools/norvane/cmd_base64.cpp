@@ -13,9 +13,7 @@
 
 namespace nvtool {
 
-namespace {
-
-const char kBase64Help[] =
+const char kBase64Usage[] =
     "Usage: norvane base64 [-d] [FILE]\n"
     "\n"
     "Encodes FILE (or standard input when FILE is absent or -) as Base64 on one line, as\n"
@@ -26,6 +24,8 @@ const char kBase64Help[] =
     "lone final character, or padding that does not complete a group is invalid input.\n"
     "\n"
     "Exit status: 0 done, 1 the input could not be read or is not valid Base64, 2 a usage error.\n";
+
+namespace {
 
 // Pieces: 3 * 64 KiB bytes encode to whole groups; decoding reads 256 KiB at a time.
 constexpr size_t kEncodePiece = 3 << 16;
@@ -130,10 +130,6 @@ int RunBase64(int argc, char** argv) {
   const char* file = nullptr;
   for (int i = 1; i < argc; ++i) {
     const char* arg = argv[i];
-    if (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0) {
-      std::fputs(kBase64Help, stdout);
-      return kExitOk;
-    }
     if (std::strcmp(arg, "-d") == 0 || std::strcmp(arg, "--decode") == 0) {
       decode = true;
     } else if (arg[0] == '-' && arg[1] != '\0') {
