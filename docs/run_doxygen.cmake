@@ -3,6 +3,7 @@
 # of member families carry the contract). Every class, flat function, macro, type and variable of
 # the public headers needs one.
 #   -DDOXYGEN=<doxygen> -DDOXYFILE=<Doxyfile> -DLOG=<warning log named in the Doxyfile>
+cmake_minimum_required(VERSION 3.25)
 file(REMOVE ${LOG})
 execute_process(COMMAND ${DOXYGEN} ${DOXYFILE} RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
