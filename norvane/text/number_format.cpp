@@ -1,0 +1,349 @@
+// The float formatters of number_text.h, and the string and buffer members that print floats.
+//
+// All digits come from exact integer arithmetic on the float's value m * 2^e: a float has a 24-bit
+// mantissa and e in -149..104, so every value the formatters need, floor(m * 2^e * 10^s) for the
+// scales used, is computed exactly from m * 5^s (at most 155 bits) shifted by e + s, or from
+// m << e (at most 128 bits) divided by 10^-s. Knowing whether each floor was exact is what makes
+// the rounding correct.
+//
+// The shortest text that reads back follows the digit-removal scheme of Ulf Adams' Ryu: scale the
+// value and the two ends of its rounding interval to integers with a few digits to spare, remove
+// trailing digits while the interval still holds a number with fewer digits, then round the value
+// to the digits kept.
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+
+#include "norvane/runtime/sys_helpers.h"
+#include "norvane/text/byte_string.h"
+#include "norvane/text/number_text.h"
+#include "norvane/text/text_buf.h"
+
+namespace {
+
+using u128 = unsigned __int128;
+
+// 5^0 .. 5^55, the powers that fit in 128 bits, and 10^0 .. 10^19 in 64.
+struct PowerTables {
+  u128 pow5[56];
+  uint64_t pow10[20];
+  constexpr PowerTables() : pow5(), pow10() {
+    u128 p = 1;
+    for (int i = 0; i < 56; ++i, p *= 5) pow5[i] = p;
+    uint64_t q = 1;
+    for (int i = 0; i < 20; ++i, q *= 10) pow10[i] = q;
+  }
+};
+constexpr PowerTables kPow;
+
+// A decimal number: digits * 10^exponent.
+struct Decimal {
+  uint64_t digits;
+  int exponent;
+};
+
+struct Scaled {
+  uint64_t value;  // floor(m * 2^e * 10^s)
+  bool exact;      // the floor dropped nothing
+};
+
+// Scale returns floor(m * 2^e * 10^s) for m < 2^27, e in -151..104 and s in -38..55. The caller
+// chooses s so that the result fits in 64 bits.
+Scaled Scale(uint64_t m, int e, int s) {
+  if (s >= 0) {
+    // m * 5^s as three 64-bit words, then shifted by e + s.
+    const u128 p5 = kPow.pow5[s];
+    const u128 lo = static_cast<u128>(static_cast<uint64_t>(p5)) * m;
+    const u128 hi = static_cast<u128>(static_cast<uint64_t>(p5 >> 64)) * m;
+    const u128 mid = (lo >> 64) + static_cast<uint64_t>(hi);
+    const uint64_t w[3] = {static_cast<uint64_t>(lo), static_cast<uint64_t>(mid),
+                           static_cast<uint64_t>(mid >> 64) + static_cast<uint64_t>(hi >> 64)};
+    const int shift = e + s;
+    if (shift >= 0) return {w[0] << shift, true};  // fits, so the product is below 2^(64 - shift)
+    const int r = -shift;
+    if (r >= 192) return {0, (w[0] | w[1] | w[2]) == 0};
+    const int word = r / 64, bit = r % 64;
+    uint64_t value = w[word] >> bit;
+    if (bit && word < 2) value |= w[word + 1] << (64 - bit);
+    bool exact = !bit || (w[word] << (64 - bit)) == 0;
+    for (int i = 0; i < word; ++i) exact = exact && w[i] == 0;
+    return {value, exact};
+  }
+  // m * 2^e / 10^-s = (m << e) / 10^-s, or (m >> -e) / 10^-s for e < 0.
+  bool exact = true;
+  u128 num = m;
+  if (e >= 0) {
+    num <<= e;
+  } else if (-e >= 64) {
+    exact = m == 0;
+    num = 0;
+  } else {
+    exact = (m & ((uint64_t{1} << -e) - 1)) == 0;
+    num = m >> -e;
+  }
+  const u128 den = kPow.pow5[-s] << -s;
+  exact = exact && num % den == 0;
+  return {static_cast<uint64_t>(num / den), exact};
+}
+
+// FloorLog10Pow2 returns floor(e * log10(2)) for |e| < 1650.
+int FloorLog10Pow2(int e) {
+  const int t = e * 78913;  // log10(2) * 2^18, close enough over the range
+  return t >= 0 ? t >> 18 : -((-t + (1 << 18) - 1) >> 18);
+}
+
+// The parts of a finite, non-zero float: value = m * 2^e.
+struct FloatParts {
+  uint32_t mantissa;  // the stored 23 bits
+  uint32_t biased;    // the stored exponent, 0 for subnormals
+  uint32_t m;
+  int e;
+};
+
+FloatParts Split(uint32_t bits) {
+  FloatParts f;
+  f.mantissa = bits & 0x7FFFFF;
+  f.biased = (bits >> 23) & 0xFF;
+  f.m = f.biased ? f.mantissa | 0x800000 : f.mantissa;
+  f.e = (f.biased ? static_cast<int>(f.biased) : 1) - 150;
+  return f;
+}
+
+// Normalize drops trailing zero digits (0 stays 0 * 10^0).
+Decimal Normalize(Decimal d) {
+  if (d.digits == 0) return {0, 0};
+  while (d.digits % 10 == 0) {
+    d.digits /= 10;
+    ++d.exponent;
+  }
+  return d;
+}
+
+int CountDigits(uint64_t v) {
+  int n = 1;
+  while (n < 20 && v >= kPow.pow10[n]) ++n;
+  return n;
+}
+
+// Shortest returns the decimal with the fewest digits that reads back as the float, the nearest
+// to it among those (ties to an even last digit).
+Decimal Shortest(const FloatParts& f) {
+  // The value and the ends of its rounding interval, times 4 so that they are integers times 2^e2.
+  // The interval below a power of two is half as wide.
+  const int e2 = f.e - 2;
+  const uint64_t mv = uint64_t{4} * f.m;
+  const uint64_t mp = mv + 2;
+  const uint64_t mm = mv - 1 - ((f.mantissa != 0 || f.biased <= 1) ? 1 : 0);
+  // A reading exactly on an end rounds to even, back to this float when m is even.
+  const bool acceptBounds = (f.m & 1) == 0;
+
+  // 2^e2 * 10^s lies in about [100, 1000): the scaled interval spans hundreds of integers, so at
+  // least two digits are removed below and the rounding digit is known exactly.
+  const int s = 2 - FloorLog10Pow2(e2);
+  const Scaled r = Scale(mv, e2, s), p = Scale(mp, e2, s), m = Scale(mm, e2, s);
+  uint64_t vr = r.value, vp = p.value, vm = m.value;
+  if (!acceptBounds && p.exact) --vp;  // the upper end itself is excluded
+  bool vmIsTrailingZeros = acceptBounds && m.exact;
+  bool vrIsTrailingZeros = r.exact;
+  int removed = 0;
+  unsigned lastRemovedDigit = 0;
+  while (vp / 10 > vm / 10) {
+    vmIsTrailingZeros = vmIsTrailingZeros && vm % 10 == 0;
+    vrIsTrailingZeros = vrIsTrailingZeros && lastRemovedDigit == 0;
+    lastRemovedDigit = static_cast<unsigned>(vr % 10);
+    vr /= 10;
+    vp /= 10;
+    vm /= 10;
+    ++removed;
+  }
+  if (vmIsTrailingZeros) {
+    // The lower end is itself a candidate: take away its trailing zeros too.
+    while (vm % 10 == 0) {
+      vrIsTrailingZeros = vrIsTrailingZeros && lastRemovedDigit == 0;
+      lastRemovedDigit = static_cast<unsigned>(vr % 10);
+      vr /= 10;
+      vp /= 10;
+      vm /= 10;
+      ++removed;
+    }
+  }
+  if (vrIsTrailingZeros && lastRemovedDigit == 5 && vr % 2 == 0) lastRemovedDigit = 4;  // a tie: to even
+  const bool up = (vr == vm && (!acceptBounds || !vmIsTrailingZeros)) || lastRemovedDigit >= 5;
+  return Normalize({vr + (up ? 1 : 0), removed - s});
+}
+
+// RoundAt returns the value rounded to an integer multiple of 10^-s (ties to even). The caller
+// keeps value * 10^(s + 1) below 2^64.
+Decimal RoundAt(const FloatParts& f, int s) {
+  const Scaled x = Scale(f.m, f.e, s + 1);
+  const unsigned digit = static_cast<unsigned>(x.value % 10);
+  uint64_t q = x.value / 10;
+  if (digit > 5 || (digit == 5 && (!x.exact || (q & 1)))) ++q;
+  return Normalize({q, -s});
+}
+
+// WriteDecimal writes d as plain decimal text, '-' first when negative, and returns the length.
+int WriteDecimal(char* out, bool negative, Decimal d) {
+  char digits[20];
+  int n = 0;
+  uint64_t v = d.digits;
+  do {
+    digits[19 - n++] = static_cast<char>('0' + v % 10);
+    v /= 10;
+  } while (v);
+  const char* first = digits + 20 - n;
+  char* p = out;
+  if (negative) *p++ = '-';
+  const int whole = n + d.exponent;  // digits before the point
+  if (d.exponent >= 0) {
+    memcpy(p, first, static_cast<size_t>(n));
+    p += n;
+    memset(p, '0', static_cast<size_t>(d.exponent));
+    p += d.exponent;
+  } else if (whole > 0) {
+    memcpy(p, first, static_cast<size_t>(whole));
+    p += whole;
+    *p++ = '.';
+    memcpy(p, first + whole, static_cast<size_t>(n - whole));
+    p += n - whole;
+  } else {
+    *p++ = '0';
+    *p++ = '.';
+    memset(p, '0', static_cast<size_t>(-whole));
+    p += -whole;
+    memcpy(p, first, static_cast<size_t>(n));
+    p += n;
+  }
+  *p = 0;
+  return static_cast<int>(p - out);
+}
+
+int WriteText(char* out, const char* text) {
+  const size_t n = strlen(text);
+  memcpy(out, text, n + 1);
+  return static_cast<int>(n);
+}
+
+// WriteSpecial writes 0, infinities and NaN, returning -1 for every other value.
+int WriteSpecial(char* out, uint32_t bits) {
+  if ((bits & 0x7FFFFFFF) == 0) return WriteText(out, "0");
+  if ((bits & 0x7F800000) != 0x7F800000) return -1;
+  if (bits & 0x7FFFFF) return WriteText(out, "nan");
+  return WriteText(out, (bits >> 31) ? "-inf" : "inf");
+}
+
+uint32_t BitsOf(float value) {
+  uint32_t bits;
+  memcpy(&bits, &value, sizeof bits);
+  return bits;
+}
+
+std::atomic<int> g_FloatPrecision{6};
+
+}  // namespace
+
+int KD_ftoa_s(float value, char* buffer, int precision) {
+  if (!buffer) return 0;
+  const uint32_t bits = BitsOf(value);
+  const int special = WriteSpecial(buffer, bits);
+  if (special >= 0) return special;
+  const FloatParts f = Split(bits);
+  Decimal d = Shortest(f);
+  // The shortest text has at most nine digits, so one that needs more than precision fraction
+  // digits is below 10^(8 - precision), and rounding it to precision digits stays within 64 bits.
+  if (precision > 0 && -d.exponent > precision) d = RoundAt(f, precision);
+  return WriteDecimal(buffer, bits >> 31, d);
+}
+
+int KD_ftoa(float value, char* buffer, int precision) {
+  if (!buffer) return 0;
+  const uint32_t bits = BitsOf(value);
+  const int special = WriteSpecial(buffer, bits);
+  if (special >= 0) return special;
+  const FloatParts f = Split(bits);
+  Decimal d = Shortest(f);
+  const int n = CountDigits(d.digits);
+  if (precision > 0 && n > precision) {
+    // The shortest text's leading digit is the value's, or one place above it when the value
+    // sits just below a power of ten.
+    int lead = n - 1 + d.exponent;
+    Scaled x = Scale(f.m, f.e, precision - lead);
+    if (x.value < kPow.pow10[precision]) --lead;
+    d = RoundAt(f, precision - 1 - lead);
+  }
+  return WriteDecimal(buffer, bits >> 31, d);
+}
+
+int KD_ftoa_ex(float value, char* buffer) {
+  if (!buffer) return 0;
+  const uint32_t bits = BitsOf(value);
+  const int special = WriteSpecial(buffer, bits);
+  if (special >= 0) return special;
+  const FloatParts f = Split(bits);
+  const int digits = g_FloatPrecision.load(std::memory_order_relaxed);
+  char* p = buffer;
+  if (bits >> 31) *p++ = '-';
+  if (f.e >= 40) {
+    // 2^63 and above: too large for KDSYS_i64toa, and an integer, so the fraction is zero.
+    char reversed[40];
+    int n = 0;
+    for (u128 v = static_cast<u128>(f.m) << f.e; v; v /= 10) reversed[n++] = static_cast<char>('0' + v % 10);
+    while (n) *p++ = reversed[--n];
+    if (digits > 0) {
+      *p++ = '.';
+      memset(p, '0', static_cast<size_t>(digits));
+      p += digits;
+    }
+    *p = 0;
+    return static_cast<int>(p - buffer);
+  }
+  uint64_t whole, fraction;
+  if (f.e >= 0) {
+    whole = static_cast<uint64_t>(f.m) << f.e;  // an integer below 2^63
+    fraction = 0;
+  } else {
+    // Below 2^24: rounded at the last digit the value stays below 2^24 * 10^9.
+    Decimal d = RoundAt(f, digits);
+    uint64_t scaled = d.digits * kPow.pow10[d.exponent + digits];
+    whole = scaled / kPow.pow10[digits];
+    fraction = scaled % kPow.pow10[digits];
+  }
+  KDSYS_i64toa(static_cast<long long>(whole), p, 10);
+  p += strlen(p);
+  if (digits > 0) {
+    *p++ = '.';
+    for (int i = digits - 1; i >= 0; --i, fraction /= 10) p[i] = static_cast<char>('0' + fraction % 10);
+    p += digits;
+  }
+  *p = 0;
+  return static_cast<int>(p - buffer);
+}
+
+void KD_SetFloatPrecision(int digits) {
+  g_FloatPrecision.store(digits < 0 ? 0 : digits > 8 ? 8 : digits, std::memory_order_relaxed);
+}
+
+int KD_GetFloatPrecision() { return g_FloatPrecision.load(std::memory_order_relaxed); }
+
+CKD_ByteString CKD_ByteString::FormatFloat(float value, int precision) {
+  char text[KD_FTOA_BUFFER_SIZE];
+  int len = KD_ftoa_s(value, text, precision);
+  if (len < 0) len = static_cast<int>(strlen(text));
+  return CKD_ByteString(text, len);
+}
+
+CKD_ByteTextBuf& CKD_ByteTextBuf::operator<<(double value) {
+  char text[KD_FTOA_BUFFER_SIZE];
+  const int len = KD_ftoa_s(static_cast<float>(value), text, 0);
+  AppendBlock(text, len);
+  return *this;
+}
+
+CKD_WideTextBuf& CKD_WideTextBuf::operator<<(double value) {
+  char text[KD_FTOA_BUFFER_SIZE];
+  const int len = KD_ftoa_s(static_cast<float>(value), text, 0);
+  wchar_t wide[KD_FTOA_BUFFER_SIZE];
+  for (int i = 0; i < len; ++i) wide[i] = static_cast<wchar_t>(static_cast<signed char>(text[i]));
+  AppendBlock(wide, 4 * len);
+  return *this;
+}
