@@ -39,6 +39,7 @@ int RunSha384Sum(int argc, char** argv);
 int RunSha512Sum(int argc, char** argv);
 int RunAesCbc(int argc, char** argv);
 int RunIconv(int argc, char** argv);
+int RunUrl(int argc, char** argv);
 
 }  // namespace nvtool
 
