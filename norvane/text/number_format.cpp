@@ -47,9 +47,9 @@ struct Scaled {
   bool exact;      // the floor dropped nothing
 };
 
-// Scale returns floor(m * 2^e * 10^s) for m < 2^27, e in -151..104 and s in -38..55. The caller
-// chooses s so that the result fits in 64 bits.
-Scaled Scale(uint64_t m, int e, int s) {
+// ScaleWide returns floor(m * 2^e * 10^s) for m < 2^27, e in -151..104 and s in -38..55. The
+// caller chooses s so that the result fits in 64 bits.
+__attribute__((noinline)) Scaled ScaleWide(uint64_t m, int e, int s) {
   if (s >= 0) {
     // m * 5^s as three 64-bit words, then shifted by e + s.
     const u128 p5 = kPow.pow5[s];
@@ -86,9 +86,20 @@ Scaled Scale(uint64_t m, int e, int s) {
   return {static_cast<uint64_t>(num / den), exact};
 }
 
-// FloorLog10Pow2 returns floor(e * log10(2)) for |e| < 1650.
+// Scale is ScaleWide with the common case inline: 5^s fits in 64 bits, m * 5^s in 128, and the
+// result is a right shift of it.
+inline Scaled Scale(uint64_t m, int e, int s) {
+  if (s >= 0 && s <= 27 && e + s < 0 && e + s > -128) {
+    const u128 product = static_cast<u128>(m) * static_cast<uint64_t>(kPow.pow5[s]);
+    const int r = -(e + s);
+    return {static_cast<uint64_t>(product >> r), (product & ((static_cast<u128>(1) << r) - 1)) == 0};
+  }
+  return ScaleWide(m, e, s);
+}
+
+// FloorLog10Pow2 returns floor(e * log10(2)), exactly for e in -151..102 (the floats' range).
 int FloorLog10Pow2(int e) {
-  const int t = e * 78913;  // log10(2) * 2^18, close enough over the range
+  const int t = e * 78913;  // log10(2) * 2^18
   return t >= 0 ? t >> 18 : -((-t + (1 << 18) - 1) >> 18);
 }
 
@@ -119,10 +130,12 @@ Decimal Normalize(Decimal d) {
   return d;
 }
 
+// CountDigits returns the decimal digits of v (1 for 0): with t = floor(bit length * log10(2)), v
+// has t or t + 1 digits.
 int CountDigits(uint64_t v) {
-  int n = 1;
-  while (n < 20 && v >= kPow.pow10[n]) ++n;
-  return n;
+  v |= 1;
+  const int t = ((64 - __builtin_clzll(v)) * 1233) >> 12;
+  return t + 1 - (v < kPow.pow10[t]);
 }
 
 // Shortest returns the decimal with the fewest digits that reads back as the float, the nearest
@@ -137,9 +150,9 @@ Decimal Shortest(const FloatParts& f) {
   // A reading exactly on an end rounds to even, back to this float when m is even.
   const bool acceptBounds = (f.m & 1) == 0;
 
-  // 2^e2 * 10^s lies in about [100, 1000): the scaled interval spans hundreds of integers, so at
-  // least two digits are removed below and the rounding digit is known exactly.
-  const int s = 2 - FloorLog10Pow2(e2);
+  // 2^e2 * 10^s lies in [10, 100): the scaled interval spans tens of integers, so at least one
+  // digit is removed below and the rounding digit is known exactly.
+  const int s = 1 - FloorLog10Pow2(e2);
   const Scaled r = Scale(mv, e2, s), p = Scale(mp, e2, s), m = Scale(mm, e2, s);
   uint64_t vr = r.value, vp = p.value, vm = m.value;
   if (!acceptBounds && p.exact) --vp;  // the upper end itself is excluded
@@ -182,36 +195,41 @@ Decimal RoundAt(const FloatParts& f, int s) {
   return Normalize({q, -s});
 }
 
+// PutDigits writes v in exactly width digits (zeros in front), two at a time.
+void PutDigits(char* out, uint64_t v, int width) {
+  static const char kPairs[] =
+      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+      "8081828384858687888990919293949596979899";
+  for (; width >= 2; width -= 2, v /= 100) memcpy(out + width - 2, kPairs + 2 * (v % 100), 2);
+  if (width) out[0] = static_cast<char>('0' + v % 10);
+}
+
+char* PutZeros(char* out, int count) {
+  for (int i = 0; i < count; ++i) out[i] = '0';
+  return out + count;
+}
+
 // WriteDecimal writes d as plain decimal text, '-' first when negative, and returns the length.
 int WriteDecimal(char* out, bool negative, Decimal d) {
-  char digits[20];
-  int n = 0;
-  uint64_t v = d.digits;
-  do {
-    digits[19 - n++] = static_cast<char>('0' + v % 10);
-    v /= 10;
-  } while (v);
-  const char* first = digits + 20 - n;
   char* p = out;
   if (negative) *p++ = '-';
+  const int n = CountDigits(d.digits);
   const int whole = n + d.exponent;  // digits before the point
   if (d.exponent >= 0) {
-    memcpy(p, first, static_cast<size_t>(n));
-    p += n;
-    memset(p, '0', static_cast<size_t>(d.exponent));
-    p += d.exponent;
+    PutDigits(p, d.digits, n);
+    p = PutZeros(p + n, d.exponent);
   } else if (whole > 0) {
-    memcpy(p, first, static_cast<size_t>(whole));
-    p += whole;
-    *p++ = '.';
-    memcpy(p, first + whole, static_cast<size_t>(n - whole));
-    p += n - whole;
+    // All the digits, then the fraction moved up to make room for the point.
+    PutDigits(p, d.digits, n);
+    for (int i = n; i > whole; --i) p[i] = p[i - 1];
+    p[whole] = '.';
+    p += n + 1;
   } else {
     *p++ = '0';
     *p++ = '.';
-    memset(p, '0', static_cast<size_t>(-whole));
-    p += -whole;
-    memcpy(p, first, static_cast<size_t>(n));
+    p = PutZeros(p, -whole);
+    PutDigits(p, d.digits, n);
     p += n;
   }
   *p = 0;
@@ -264,11 +282,9 @@ int KD_ftoa(float value, char* buffer, int precision) {
   Decimal d = Shortest(f);
   const int n = CountDigits(d.digits);
   if (precision > 0 && n > precision) {
-    // The shortest text's leading digit is the value's, or one place above it when the value
-    // sits just below a power of ten.
-    int lead = n - 1 + d.exponent;
-    Scaled x = Scale(f.m, f.e, precision - lead);
-    if (x.value < kPow.pow10[precision]) --lead;
+    // The value's leading digit is in the shortest text's place: were a power of ten between
+    // the two, it would be a shorter text that reads back.
+    const int lead = n - 1 + d.exponent;
     d = RoundAt(f, precision - 1 - lead);
   }
   return WriteDecimal(buffer, bits >> 31, d);

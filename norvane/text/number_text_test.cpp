@@ -32,17 +32,14 @@ float RandomFloat(std::mt19937& rng) {
   }
 }
 
-// Text runs one of the formatters and checks the length it returns.
-template <class Format>
-std::string Text(Format format) {
+// The formatters' texts, checking the lengths they return.
+enum Formatter { kFtoaS, kFtoa, kFtoaEx };
+std::string Format(Formatter which, float v, int precision = 0) {
   char buf[KD_FTOA_BUFFER_SIZE];
-  int n = format(buf);
+  int n = which == kFtoaS ? KD_ftoa_s(v, buf, precision) : which == kFtoa ? KD_ftoa(v, buf, precision) : KD_ftoa_ex(v, buf);
   EXPECT_EQ(n, static_cast<int>(strlen(buf)));
   return buf;
 }
-std::string FtoaS(float v, int p) { return Text([&](char* b) { return KD_ftoa_s(v, b, p); }); }
-std::string Ftoa(float v, int p) { return Text([&](char* b) { return KD_ftoa(v, b, p); }); }
-std::string FtoaEx(float v) { return Text([&](char* b) { return KD_ftoa_ex(v, b); }); }
 
 std::string Printf(const char* format, int precision, float v) {
   char buf[128];
@@ -138,19 +135,19 @@ TEST(NumberParse, AtonumAndAtofix32) {
       {"9223372036854775807", 9223372036854775807LL, -1}, {"9223372036854775808", 0, 0},  // turns negative: 0
   };
   for (const Num& c : nums) {
-    for (int size : {8, 4}) {
-      bool isInteger = false;
-      unsigned char out[10];
-      memset(out, 0xAA, sizeof out);
-      KD_atonum(c.text, isInteger, out + 1, size);  // unaligned on purpose
-      long long v8;
-      int v4;
-      memcpy(&v8, out + 1, 8);
-      memcpy(&v4, out + 1, 4);
-      EXPECT_TRUE(isInteger);
-      EXPECT_EQ(size == 8 ? v8 : v4, size == 8 ? c.value8 : c.value4) << c.text;
-      EXPECT_EQ(out[1 + size], 0xAA);
-    }
+    bool isInteger = false;
+    unsigned char out[16];
+    memset(out, 0xAA, sizeof out);
+    KD_atonum(c.text, isInteger, out + 1, 8);  // unaligned on purpose
+    KD_atonum(c.text, isInteger, out + 10, 4);
+    long long v8;
+    int v4;
+    memcpy(&v8, out + 1, 8);
+    memcpy(&v4, out + 10, 4);
+    EXPECT_TRUE(isInteger);
+    EXPECT_EQ(v8, c.value8) << c.text;
+    EXPECT_EQ(v4, c.value4) << c.text;
+    EXPECT_EQ(out[14], 0xAA);
   }
   bool isInteger = true;
   float f = 0;
@@ -213,10 +210,10 @@ TEST(NumberFormat, Texts) {
       {1e30f, 0, "1000000000000000000000000000000", "1000000000000000000000000000000"},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(FtoaS(c.value, c.precision), c.ftoa_s) << c.value;
-    EXPECT_EQ(Ftoa(c.value, c.precision), c.ftoa) << c.value;
+    EXPECT_EQ(Format(kFtoaS, c.value, c.precision), c.ftoa_s) << c.value;
+    EXPECT_EQ(Format(kFtoa, c.value, c.precision), c.ftoa) << c.value;
   }
-  EXPECT_EQ(FtoaS(1e-45f, 0), "0." + std::string(44, '0') + "1");
+  EXPECT_EQ(Format(kFtoaS, 1e-45f, 0), "0." + std::string(44, '0') + "1");
   EXPECT_EQ(KD_ftoa_s(1.0f, nullptr, 0) + KD_ftoa(1.0f, nullptr, 0) + KD_ftoa_ex(1.0f, nullptr), 0);
 
   std::mt19937 rng(1515);
@@ -224,28 +221,28 @@ TEST(NumberFormat, Texts) {
     const float v = RandomFloat(rng);
     if (v == 0) continue;
     // The shortest text reads back, and is the standard library's shortest (same decimal).
-    const std::string s = FtoaS(v, 0);
+    const std::string s = Format(kFtoaS, v, 0);
     char sci[64];
     *std::to_chars(sci, sci + sizeof sci, v, std::chars_format::scientific).ptr = 0;
     ASSERT_EQ(s.find_first_not_of("-0123456789."), std::string::npos) << s;
     ASSERT_EQ(Bits(strtof(s.c_str(), nullptr)), Bits(v)) << s;
     ASSERT_EQ(strtod(s.c_str(), nullptr), strtod(sci, nullptr)) << s << " " << sci;
-    ASSERT_EQ(Ftoa(v, 0), s);
+    ASSERT_EQ(Format(kFtoa, v, 0), s);
 
     // With a limit: the shortest text when it fits, else printf's correctly rounded digits.
     const int p = 1 + static_cast<int>(rng() % 12);
     const size_t point = s.find('.');
     if (point == std::string::npos || s.size() - point - 1 <= static_cast<size_t>(p)) {
-      ASSERT_EQ(FtoaS(v, p), s);
+      ASSERT_EQ(Format(kFtoaS, v, p), s);
     } else {
       std::string fixed = Printf("%.*f", p, v);
       fixed.erase(fixed.find_last_not_of('0') + 1);
       if (fixed.back() == '.') fixed.pop_back();
-      ASSERT_EQ(FtoaS(v, p), fixed);
+      ASSERT_EQ(Format(kFtoaS, v, p), fixed);
     }
     const int sig = 1 + static_cast<int>(rng() % 9);
     const int shortestDigits = static_cast<int>(strchr(sci, 'e') - sci) - (sci[0] == '-') - (strchr(sci, '.') != nullptr);
-    const std::string ours = Ftoa(v, sig);
+    const std::string ours = Format(kFtoa, v, sig);
     if (shortestDigits <= sig) {
       ASSERT_EQ(ours, s);
     } else {
@@ -273,7 +270,7 @@ TEST(NumberFormat, FtoaEx) {
   };
   for (const Case& c : cases) {
     KD_SetFloatPrecision(c.digits);
-    EXPECT_EQ(FtoaEx(c.value), c.text) << c.digits << " " << c.value;
+    EXPECT_EQ(Format(kFtoaEx, c.value), c.text) << c.digits << " " << c.value;
   }
   EXPECT_EQ(KD_GetFloatPrecision(), 2);
   // Any finite non-zero float, any count: printf's fixed notation.
@@ -283,7 +280,7 @@ TEST(NumberFormat, FtoaEx) {
     const int digits = static_cast<int>(rng() % 9);
     KD_SetFloatPrecision(digits);
     if (v != 0) {
-      ASSERT_EQ(FtoaEx(v), Printf("%.*f", digits, v));
+      ASSERT_EQ(Format(kFtoaEx, v), Printf("%.*f", digits, v));
     }
   }
   KD_SetFloatPrecision(saved);

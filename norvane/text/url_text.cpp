@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstring>
 
 #include "norvane/text/binary_buf.h"
 
@@ -19,7 +20,26 @@ struct EscapeTable {
 };
 constexpr EscapeTable kEscape;
 
-const char kHexDigits[] = "0123456789ABCDEF";
+// "%XX" for each byte, in the first three bytes of a word stored whole.
+struct EscapeCodes {
+  uint32_t code[256];
+  constexpr EscapeCodes() : code() {
+    const char* hex = "0123456789ABCDEF";
+    for (int b = 0; b < 256; ++b)
+      code[b] = '%' | static_cast<uint32_t>(hex[b >> 4]) << 8 | static_cast<uint32_t>(hex[b & 15]) << 16;
+  }
+};
+constexpr EscapeCodes kCodes;
+
+// PutEscape writes "%XX" for byte, and one byte more that the next write covers: out must have
+// room for four bytes.
+char* PutEscape(char* out, uint8_t byte) {
+  memcpy(out, &kCodes.code[byte], 4);
+  return out + 3;
+}
+
+// Utf8Length returns the UTF-8 bytes of c, 0x80 <= c < 0x80000000: 2 to 6.
+int Utf8Length(uint32_t c) { return c < 0x800 ? 2 : c < 0x10000 ? 3 : c < 0x200000 ? 4 : c < 0x4000000 ? 5 : 6; }
 
 // The value of each hex digit (either case), -1 for the other bytes.
 struct HexTable {
@@ -31,13 +51,6 @@ struct HexTable {
   }
 };
 constexpr HexTable kHex;
-
-char* PutEscape(char* out, uint8_t byte) {
-  out[0] = '%';
-  out[1] = kHexDigits[byte >> 4];
-  out[2] = kHexDigits[byte & 15];
-  return out + 3;
-}
 
 // Unescape decodes the escapes of len bytes at in into out (room for len bytes) and returns the
 // count written. An escape needs its two digits inside the text, so a '%' among the last two
@@ -81,7 +94,7 @@ CKD_ByteString KD_UrlEncode(const CKD_WideString& url) {
     if (c != 0 && c < 0x80) {
       // ASCII is itself in every locale the C library offers, so it skips the conversion.
       if (kEscape.escape[c]) {
-        char escaped[3];
+        char escaped[4];
         PutEscape(escaped, static_cast<uint8_t>(c));
         ok = out.AppendBlock(escaped, 3);
       } else {
@@ -92,7 +105,7 @@ CKD_ByteString KD_UrlEncode(const CKD_WideString& url) {
     // Everything else (U+0000 included) takes the locale's bytes, all escaped.
     CKD_ByteString bytes = CKD_ByteString::FromUnicode(text + i, 1);
     for (int k = 0; k < bytes.GetLength() && ok; ++k) {
-      char escaped[3];
+      char escaped[4];
       PutEscape(escaped, bytes.GetPtr()[k]);
       ok = out.AppendBlock(escaped, 3);
     }
@@ -108,20 +121,32 @@ CKD_WideString KD_UrlDecode(const CKD_ByteString& url) {
 }
 
 CKD_ByteString KD_EncodeURI(const CKD_WideString& uri) {
-  const CKD_ByteString utf8 = uri.UTF8Encode();
-  const uint8_t* in = utf8.GetPtr();
-  const int len = utf8.GetLength();
-  long long size = len;
-  for (int i = 0; i < len; ++i) size += 2 * kEscape.escape[in[i]];
+  // Straight from the characters to the escaped text, with the UTF-8 of CKD_UTF8Encoder: 1 to 6
+  // bytes a character, none for one with the top bit set.
+  const wchar_t* text = uri.c_str();
+  const int len = uri.GetLength();
+  long long size = 0;
+  for (int i = 0; i < len; ++i) {
+    const uint32_t c = static_cast<uint32_t>(text[i]);
+    size += c < 0x80 ? 1 + 2 * kEscape.escape[c] : c < 0x80000000u ? 3 * Utf8Length(c) : 0;
+  }
   CKD_ByteString result;
   if (size == 0 || size > INT_MAX - 32) return result;
-  char* p = result.GetBuffer(static_cast<int>(size));
+  char* p = result.GetBuffer(static_cast<int>(size) + 1);  // a spare byte for PutEscape's store
   if (!p) return result;
   for (int i = 0; i < len; ++i) {
-    if (kEscape.escape[in[i]]) {
-      p = PutEscape(p, in[i]);
-    } else {
-      *p++ = static_cast<char>(in[i]);
+    const uint32_t c = static_cast<uint32_t>(text[i]);
+    if (c < 0x80) {
+      if (kEscape.escape[c]) {
+        p = PutEscape(p, static_cast<uint8_t>(c));
+      } else {
+        *p++ = static_cast<char>(c);
+      }
+    } else if (c < 0x80000000u) {
+      static const uint8_t kLead[7] = {0, 0, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC};
+      const int n = Utf8Length(c);
+      p = PutEscape(p, static_cast<uint8_t>(kLead[n] | (c >> (6 * (n - 1)))));
+      for (int k = n - 2; k >= 0; --k) p = PutEscape(p, static_cast<uint8_t>(0x80 | ((c >> (6 * k)) & 0x3F)));
     }
   }
   result.ReleaseBuffer(static_cast<int>(size));

@@ -43,11 +43,8 @@ same "encode in C.UTF-8 against quote()" "$out/ours" "$out/quoted0"
 "$tool" url decode <"$out/ours" >"$out/back"; check "decode" 0 $?
 same "decode of encode" "$out/back" "$out/text0"
 
-# Arguments, and '%' without two hex digits.
-[ "$("$tool" url encode-uri 'a b' 'é' | tr '\n' ' ')" = "a%20b %C3%A9 " ] || { echo "FAIL: arguments"; fail=1; }
-printf '%s\n' '%' '%4' '%41' 'a%4g1' '100%' '%%41' '%e9' | "$tool" url decode-uri >"$out/o"
-printf '%s\n' '%' '%4' 'A' 'a%4g1' '100%' '%A' '' >"$out/e"
-same "short and broken escapes" "$out/o" "$out/e"
+# Texts as arguments, '%' without two hex digits.
+[ "$("$tool" url decode-uri 'a%20b' '%4' 'x%' | tr '\n' ' ')" = "a b %4 x% " ] || { echo "FAIL: arguments"; fail=1; }
 
 # Errors: text the locale cannot hold is one line of error and status 1; usage errors status 2.
 LC_ALL=C "$tool" url encode 'ok' 'é' >"$out/o" 2>"$out/e"; check "non-ASCII in the C locale" 1 $?

@@ -24,6 +24,10 @@ int main() {
   CKD_ByteTextBuf text;
   text << CKD_ByteStringC("n=") << 42;
   ok = ok && text.GetByteString() == CKD_ByteStringC("n=42");
+  // Number and URL text.
+  text << CKD_ByteStringC(" x=") << 0.1;
+  ok = ok && text.GetByteString() == CKD_ByteStringC("n=42 x=0.1") && KD_atof("--2.5") == -2.5f &&
+       KD_EncodeURI(L"a \u00E9") == "a%20%C3%A9";
   std::printf(ok ? "consumer ok\n" : "consumer FAILED\n");
   return ok ? 0 : 1;
 }
