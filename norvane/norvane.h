@@ -19,9 +19,11 @@
 // Runtime services.
 #include "norvane/runtime/context.h"
 #include "norvane/runtime/exception.h"
+#include "norvane/runtime/random.h"
 #include "norvane/runtime/sync.h"
 #include "norvane/runtime/thread.h"
 #include "norvane/runtime/sys_helpers.h"
+#include "norvane/runtime/system_time.h"
 
 // Streams.
 #include "norvane/streams/cache_streams.h"
@@ -33,6 +35,7 @@
 
 // Cryptography.
 #include "norvane/crypto/aes.h"
+#include "norvane/crypto/random_generator.h"
 #include "norvane/crypto/sha.h"
 // Strings and text.
 #include "norvane/text/binary_buf.h"

@@ -24,6 +24,13 @@ int main() {
   CKD_ByteTextBuf text;
   text << CKD_ByteStringC("n=") << 42;
   ok = ok && text.GetByteString() == CKD_ByteStringC("n=42");
+  // Time, GUIDs and the seeded generator.
+  KD_SystemTimeRec now;
+  KD_Time_GetSystemTime(&now);
+  uint8_t guid[16];
+  KD_GUID_CreateV4(guid);
+  KDPKI_RandomGenerator generator(reinterpret_cast<const uint8_t*>("abc"), 3);
+  ok = ok && now.wYear >= 2024 && (guid[6] >> 4) == 4 && generator.GetByte() == 0x51;
   // Number and URL text.
   text << CKD_ByteStringC(" x=") << 0.1;
   ok = ok && text.GetByteString() == CKD_ByteStringC("n=42 x=0.1") && KD_atof("--2.5") == -2.5f &&
