@@ -204,7 +204,9 @@ const std::vector<float>& Floats() {
   static const std::vector<float> values = [] {
     std::mt19937 rng(4);
     std::vector<float> out;
-    for (int i = 0; i < kNumbers; ++i) out.push_back(std::ldexp(1.0f + (rng() % 0x800000) / 8388608.0f, static_cast<int>(rng() % 30) - 10));
+    for (int i = 0; i < kNumbers; ++i) {
+      out.push_back(std::ldexp(1.0f + (rng() % 0x800000) / 8388608.0f, static_cast<int>(rng() % 30) - 10));
+    }
     return out;
   }();
   return values;
@@ -220,7 +222,9 @@ void ParseAll(benchmark::State& state, Parse parse) {
   }
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * texts.size()));
 }
-void BM_Atof_Strtof(benchmark::State& state) { ParseAll(state, [](const std::string& t) { return strtof(t.c_str(), nullptr); }); }
+void BM_Atof_Strtof(benchmark::State& state) {
+  ParseAll(state, [](const std::string& t) { return strtof(t.c_str(), nullptr); });
+}
 void BM_Atof_FromChars(benchmark::State& state) {
   ParseAll(state, [](const std::string& t) {
     float v = 0;
@@ -247,7 +251,9 @@ void BM_Ftoa_Snprintf(benchmark::State& state) {
   FormatAll(state, [](float v, char* b) { return snprintf(b, KD_FTOA_BUFFER_SIZE, "%g", static_cast<double>(v)); });
 }
 void BM_Ftoa_ToChars(benchmark::State& state) {
-  FormatAll(state, [](float v, char* b) { return static_cast<int>(std::to_chars(b, b + KD_FTOA_BUFFER_SIZE, v).ptr - b); });
+  FormatAll(state, [](float v, char* b) {
+    return static_cast<int>(std::to_chars(b, b + KD_FTOA_BUFFER_SIZE, v).ptr - b);
+  });
 }
 void BM_Ftoa_Norvane(benchmark::State& state) { FormatAll(state, [](float v, char* b) { return KD_ftoa_s(v, b, 0); }); }
 
@@ -294,9 +300,11 @@ class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
+      // With repetitions, the median stands for the case.
+      if (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median") continue;
       for (const char* counter : {"bytes_per_second", "items_per_second"}) {
         auto it = run.counters.find(counter);
-        if (it != run.counters.end()) rates_[run.benchmark_name()] = it->second.value;
+        if (it != run.counters.end()) rates_[run.run_name.str()] = it->second.value;
       }
     }
     ConsoleReporter::ReportRuns(runs);

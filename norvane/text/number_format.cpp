@@ -103,22 +103,14 @@ int FloorLog10Pow2(int e) {
   return t >= 0 ? t >> 18 : -((-t + (1 << 18) - 1) >> 18);
 }
 
-// The parts of a finite, non-zero float: value = m * 2^e.
+// The parts of a finite, non-zero float: value = (negative ? -1 : 1) * m * 2^e.
 struct FloatParts {
   uint32_t mantissa;  // the stored 23 bits
   uint32_t biased;    // the stored exponent, 0 for subnormals
   uint32_t m;
   int e;
+  bool negative;
 };
-
-FloatParts Split(uint32_t bits) {
-  FloatParts f;
-  f.mantissa = bits & 0x7FFFFF;
-  f.biased = (bits >> 23) & 0xFF;
-  f.m = f.biased ? f.mantissa | 0x800000 : f.mantissa;
-  f.e = (f.biased ? static_cast<int>(f.biased) : 1) - 150;
-  return f;
-}
 
 // Normalize drops trailing zero digits (0 stays 0 * 10^0).
 Decimal Normalize(Decimal d) {
@@ -160,7 +152,9 @@ Decimal Shortest(const FloatParts& f) {
   bool vrIsTrailingZeros = r.exact;
   int removed = 0;
   unsigned lastRemovedDigit = 0;
-  while (vp / 10 > vm / 10) {
+  // Digits go while the interval still holds a shorter number, and then, when the lower end is
+  // itself a candidate, while that end has trailing zeros.
+  while (vp / 10 > vm / 10 || (vmIsTrailingZeros && vm % 10 == 0)) {
     vmIsTrailingZeros = vmIsTrailingZeros && vm % 10 == 0;
     vrIsTrailingZeros = vrIsTrailingZeros && lastRemovedDigit == 0;
     lastRemovedDigit = static_cast<unsigned>(vr % 10);
@@ -168,17 +162,6 @@ Decimal Shortest(const FloatParts& f) {
     vp /= 10;
     vm /= 10;
     ++removed;
-  }
-  if (vmIsTrailingZeros) {
-    // The lower end is itself a candidate: take away its trailing zeros too.
-    while (vm % 10 == 0) {
-      vrIsTrailingZeros = vrIsTrailingZeros && lastRemovedDigit == 0;
-      lastRemovedDigit = static_cast<unsigned>(vr % 10);
-      vr /= 10;
-      vp /= 10;
-      vm /= 10;
-      ++removed;
-    }
   }
   if (vrIsTrailingZeros && lastRemovedDigit == 5 && vr % 2 == 0) lastRemovedDigit = 4;  // a tie: to even
   const bool up = (vr == vm && (!acceptBounds || !vmIsTrailingZeros)) || lastRemovedDigit >= 5;
@@ -242,18 +225,23 @@ int WriteText(char* out, const char* text) {
   return static_cast<int>(n);
 }
 
-// WriteSpecial writes 0, infinities and NaN, returning -1 for every other value.
-int WriteSpecial(char* out, uint32_t bits) {
-  if ((bits & 0x7FFFFFFF) == 0) return WriteText(out, "0");
-  if ((bits & 0x7F800000) != 0x7F800000) return -1;
-  if (bits & 0x7FFFFF) return WriteText(out, "nan");
-  return WriteText(out, (bits >> 31) ? "-inf" : "inf");
-}
-
-uint32_t BitsOf(float value) {
+// Prepare does what every formatter does alike: it writes nothing for a null buffer and "0",
+// "inf", "-inf" or "nan" for those values, returning the length; for every other value it
+// returns -1 and the value's parts in f.
+int Prepare(float value, char* buffer, FloatParts* f) {
+  if (!buffer) return 0;
   uint32_t bits;
   memcpy(&bits, &value, sizeof bits);
-  return bits;
+  if ((bits & 0x7FFFFFFF) == 0) return WriteText(buffer, "0");
+  if ((bits & 0x7F800000) == 0x7F800000) {
+    return WriteText(buffer, (bits & 0x7FFFFF) ? "nan" : (bits >> 31) ? "-inf" : "inf");
+  }
+  f->mantissa = bits & 0x7FFFFF;
+  f->biased = (bits >> 23) & 0xFF;
+  f->m = f->biased ? f->mantissa | 0x800000 : f->mantissa;
+  f->e = (f->biased ? static_cast<int>(f->biased) : 1) - 150;
+  f->negative = bits >> 31;
+  return -1;
 }
 
 std::atomic<int> g_FloatPrecision{6};
@@ -261,24 +249,20 @@ std::atomic<int> g_FloatPrecision{6};
 }  // namespace
 
 int KD_ftoa_s(float value, char* buffer, int precision) {
-  if (!buffer) return 0;
-  const uint32_t bits = BitsOf(value);
-  const int special = WriteSpecial(buffer, bits);
-  if (special >= 0) return special;
-  const FloatParts f = Split(bits);
+  FloatParts f;
+  const int done = Prepare(value, buffer, &f);
+  if (done >= 0) return done;
   Decimal d = Shortest(f);
   // The shortest text has at most nine digits, so one that needs more than precision fraction
   // digits is below 10^(8 - precision), and rounding it to precision digits stays within 64 bits.
   if (precision > 0 && -d.exponent > precision) d = RoundAt(f, precision);
-  return WriteDecimal(buffer, bits >> 31, d);
+  return WriteDecimal(buffer, f.negative, d);
 }
 
 int KD_ftoa(float value, char* buffer, int precision) {
-  if (!buffer) return 0;
-  const uint32_t bits = BitsOf(value);
-  const int special = WriteSpecial(buffer, bits);
-  if (special >= 0) return special;
-  const FloatParts f = Split(bits);
+  FloatParts f;
+  const int done = Prepare(value, buffer, &f);
+  if (done >= 0) return done;
   Decimal d = Shortest(f);
   const int n = CountDigits(d.digits);
   if (precision > 0 && n > precision) {
@@ -287,18 +271,16 @@ int KD_ftoa(float value, char* buffer, int precision) {
     const int lead = n - 1 + d.exponent;
     d = RoundAt(f, precision - 1 - lead);
   }
-  return WriteDecimal(buffer, bits >> 31, d);
+  return WriteDecimal(buffer, f.negative, d);
 }
 
 int KD_ftoa_ex(float value, char* buffer) {
-  if (!buffer) return 0;
-  const uint32_t bits = BitsOf(value);
-  const int special = WriteSpecial(buffer, bits);
-  if (special >= 0) return special;
-  const FloatParts f = Split(bits);
+  FloatParts f;
+  const int done = Prepare(value, buffer, &f);
+  if (done >= 0) return done;
   const int digits = g_FloatPrecision.load(std::memory_order_relaxed);
   char* p = buffer;
-  if (bits >> 31) *p++ = '-';
+  if (f.negative) *p++ = '-';
   if (f.e >= 40) {
     // 2^63 and above: too large for KDSYS_i64toa, and an integer, so the fraction is zero.
     char reversed[40];

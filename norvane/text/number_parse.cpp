@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
+#include <type_traits>
 
 #include "norvane/runtime/kdcrt_locale_internal.h"
 #include "norvane/runtime/sys_helpers.h"
@@ -31,6 +32,30 @@ float StrtofView(const unsigned char* text, int len) {
   }
   CKD_ByteString copy(text, len);  // a failed allocation leaves it empty: the result is then 0
   return KDCRT_StrToFloatC(copy.c_str());
+}
+
+// ReadInteger reads an optional '+' or '-' and the decimal digits after it, up to the first
+// non-digit, as value = value * 10 + digit in T, wrapping. Overflow is noticed only as a step that
+// leaves the value negative: ReadInteger then stops and returns false. *end receives the index
+// where reading stopped; *value the magnitude read (not negated).
+template <class T>
+bool ReadInteger(const unsigned char* p, int len, bool* negative, T* value, int* end) {
+  using U = typename std::make_unsigned<T>::type;
+  int i = 0;
+  *negative = len > 0 && p[0] == '-';
+  if (len > 0 && (p[0] == '+' || p[0] == '-')) i = 1;
+  T v = 0;
+  bool ok = true;
+  for (; i < len && IsDigit(p[i]); ++i) {
+    v = static_cast<T>(static_cast<U>(static_cast<U>(v) * 10u + (p[i] - '0')));
+    if (v < 0) {
+      ok = false;
+      break;
+    }
+  }
+  *value = v;
+  *end = i;
+  return ok;
 }
 
 }  // namespace
@@ -90,23 +115,11 @@ void KD_atonum(const CKD_ByteStringC& text, bool& isInteger, void* result, int s
     return;
   }
   isInteger = true;
-  int i = 0;
-  bool negative = false;
-  if (len > 0 && (p[0] == '+' || p[0] == '-')) {
-    negative = p[0] == '-';
-    i = 1;
-  }
-  // Overflow is noticed only when the running value turns negative (computed unsigned, where
-  // wrapping is defined).
-  int64_t value = 0;
-  for (; i < len && IsDigit(p[i]); ++i) {
-    value = static_cast<int64_t>(static_cast<uint64_t>(value) * 10u + (p[i] - '0'));
-    if (value < 0) {
-      value = 0;
-      break;
-    }
-  }
-  if (negative) value = static_cast<int64_t>(0u - static_cast<uint64_t>(value));
+  bool negative;
+  int64_t value;
+  int end;
+  if (!ReadInteger(p, len, &negative, &value, &end)) value = 0;
+  if (negative) value = -value;
   if (!result) return;
   if (size == 8) {
     memcpy(result, &value, 8);
@@ -122,20 +135,12 @@ void KD_atofix32(const CKD_ByteStringC& text, int& integer, unsigned int& fracti
   const unsigned char* p = text.GetPtr();
   const int len = text.GetLength();
   if (!p || len <= 0) return;
-  int i = 0;
-  bool negative = false;
-  if (p[0] == '+' || p[0] == '-') {
-    negative = p[0] == '-';
-    i = 1;
-  }
-  // As in KD_atonum, overflow is a running value that turns negative.
-  int32_t value = 0;
-  for (; i < len && IsDigit(p[i]); ++i) {
-    value = static_cast<int32_t>(static_cast<uint32_t>(value) * 10u + (p[i] - '0'));
-    if (value < 0) {
-      integer = negative ? -0xFFFFFF : 0xFFFFFF;
-      return;
-    }
+  bool negative;
+  int32_t value;
+  int i;
+  if (!ReadInteger(p, len, &negative, &value, &i)) {
+    integer = negative ? -0xFFFFFF : 0xFFFFFF;
+    return;
   }
   integer = negative ? -value : value;
   if (i < len && p[i] == '.') {

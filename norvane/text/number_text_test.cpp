@@ -36,7 +36,9 @@ float RandomFloat(std::mt19937& rng) {
 enum Formatter { kFtoaS, kFtoa, kFtoaEx };
 std::string Format(Formatter which, float v, int precision = 0) {
   char buf[KD_FTOA_BUFFER_SIZE];
-  int n = which == kFtoaS ? KD_ftoa_s(v, buf, precision) : which == kFtoa ? KD_ftoa(v, buf, precision) : KD_ftoa_ex(v, buf);
+  int n = which == kFtoaS  ? KD_ftoa_s(v, buf, precision)
+          : which == kFtoa ? KD_ftoa(v, buf, precision)
+                           : KD_ftoa_ex(v, buf);
   EXPECT_EQ(n, static_cast<int>(strlen(buf)));
   return buf;
 }
@@ -82,7 +84,8 @@ TEST(NumberParse, Atof) {
     const float exact = strtof(text.c_str(), nullptr);
     const float ulp = std::nextafter(std::fabs(exact), INFINITY) - std::fabs(exact);
     ASSERT_LE(std::fabs(KD_atof(text.c_str()) - exact), (2 * fraction + 1) * ulp) << text;
-    for (size_t tail = 12 + rng() % 10; text.size() - text.find('.') < tail;) text += static_cast<char>('0' + rng() % 10);
+    const size_t tail = 12 + rng() % 10;
+    while (text.size() - text.find('.') < tail) text += static_cast<char>('0' + rng() % 10);
     ASSERT_EQ(Bits(KD_atof(text.c_str())), Bits(strtof(text.c_str(), nullptr))) << text;
   }
 }
@@ -164,7 +167,8 @@ TEST(NumberParse, AtonumAndAtofix32) {
   };
   const Fix fixes[] = {
       {"-1.5", -2, 0x7FFFFFFEu}, {"1.5", 1, 0x80000002u},  // .5 weighs 0x80000002
-      {"-0.5", -1, 0x7FFFFFFEu}, {"-7", -7, 0}, {"", 0, 0}, {"-", 0, 0}, {"12a.5", 12, 0}, {"2147483647", 2147483647, 0},
+      {"-0.5", -1, 0x7FFFFFFEu}, {"-7", -7, 0}, {"", 0, 0}, {"-", 0, 0}, {"12a.5", 12, 0},
+      {"2147483647", 2147483647, 0},
       {"2147483648.5", 0xFFFFFF, 0}, {"-2147483648", -0xFFFFFF, 0},
       {"9999999999", 1410065407, 0},  // wraps past the sign: unnoticed
       {"0.9999999999", 0, 4294967292u},  // nine digits at most
@@ -241,7 +245,8 @@ TEST(NumberFormat, Texts) {
       ASSERT_EQ(Format(kFtoaS, v, p), fixed);
     }
     const int sig = 1 + static_cast<int>(rng() % 9);
-    const int shortestDigits = static_cast<int>(strchr(sci, 'e') - sci) - (sci[0] == '-') - (strchr(sci, '.') != nullptr);
+    const int shortestDigits =
+        static_cast<int>(strchr(sci, 'e') - sci) - (sci[0] == '-') - (strchr(sci, '.') != nullptr);
     const std::string ours = Format(kFtoa, v, sig);
     if (shortestDigits <= sig) {
       ASSERT_EQ(ours, s);
