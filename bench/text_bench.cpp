@@ -3,7 +3,7 @@
 // iconv side writes into a buffer made beforehand, the string members allocate their result.
 // Number text against the C and C++ libraries' parsers and formatters, and URI escaping against
 // iconv's UTF-8 conversion of the same text. The ratios are printed at the end.
-// Run: build/release/bench/text_bench
+// Run: build/bench/bench/text_bench
 #include <benchmark/benchmark.h>
 #include <iconv.h>
 
@@ -11,11 +11,11 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "bench/rate_reporter.h"
 #include "norvane/text/code_page.h"
 #include "norvane/text/code_page_convert.h"
 #include "norvane/text/number_text.h"
@@ -296,19 +296,8 @@ BENCHMARK(BM_EncodeURI_Norvane)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_DecodeURI_Norvane)->Unit(benchmark::kMicrosecond);
 
 // Prints the usual table, then each Norvane case's rate over its peers' (same run).
-class RatioReporter : public benchmark::ConsoleReporter {
+class RatioReporter : public RateReporter {
  public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      // With repetitions, the median stands for the case.
-      if (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median") continue;
-      for (const char* counter : {"bytes_per_second", "items_per_second"}) {
-        auto it = run.counters.find(counter);
-        if (it != run.counters.end()) rates_[run.run_name.str()] = it->second.value;
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
   void Finalize() override {
     ConsoleReporter::Finalize();
     static const char* const kPairs[][2] = {
@@ -326,9 +315,6 @@ class RatioReporter : public benchmark::ConsoleReporter {
       std::printf("%-26s %-22s %8.2f\n", pair[0] + 3, pair[1] + 3, ours->second / peer->second);
     }
   }
-
- private:
-  std::map<std::string, double> rates_;
 };
 
 }  // namespace

@@ -19,11 +19,31 @@ foreach(f include/norvane/norvane.h include/norvane/memory/memory_mgr.h bin/norv
     message(FATAL_ERROR "not installed: ${f}")
   endif()
 endforeach()
-file(GLOB internal_headers ${prefix}/include/norvane/*/*_internal.h)
-if(internal_headers)
-  message(FATAL_ERROR "internal headers installed: ${internal_headers}")
+file(GLOB_RECURSE private_files ${prefix}/include/norvane/*_internal.h ${prefix}/include/norvane/*_test_*.h)
+file(GLOB_RECURSE everything LIST_DIRECTORIES true ${prefix}/include/norvane/*)
+foreach(f IN LISTS everything)
+  if(IS_DIRECTORY ${f})
+    file(GLOB content ${f}/*)
+    if(NOT content)
+      list(APPEND private_files ${f})  # an empty folder, left by the tests' data
+    endif()
+  endif()
+endforeach()
+if(private_files)
+  message(FATAL_ERROR "installed, but not for users: ${private_files}")
 endif()
 run(${prefix}/bin/norvane --version)
+
+# Every installed header compiles on its own, so that it can be included first.
+separate_arguments(cxx_flags UNIX_COMMAND "${CXX_FLAGS}")
+file(GLOB_RECURSE headers RELATIVE ${prefix}/include ${prefix}/include/norvane/*.h)
+file(MAKE_DIRECTORY ${WORK_DIR}/headers)
+foreach(h IN LISTS headers)
+  string(MAKE_C_IDENTIFIER ${h} name)
+  file(WRITE ${WORK_DIR}/headers/${name}.cpp "#include <${h}>\n")
+  run(${CXX} ${cxx_flags} -std=c++17 -Wall -Wextra -Werror -fsyntax-only -I${prefix}/include
+      ${WORK_DIR}/headers/${name}.cpp)
+endforeach()
 
 # find_package
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/cmake-build -G ${GENERATOR}
@@ -45,11 +65,24 @@ string(STRIP "${run_output}" pc_flags)
 separate_arguments(pc_flags UNIX_COMMAND "${pc_flags}")
 run(${PKG_CONFIG} --variable=libdir norvane)
 string(STRIP "${run_output}" libdir)
-separate_arguments(cxx_flags UNIX_COMMAND "${CXX_FLAGS}")
 file(MAKE_DIRECTORY ${WORK_DIR}/pc-build)
 run(${CXX} ${cxx_flags} -std=c++17 ${SOURCE_DIR}/main.cpp ${pc_flags} -Wl,-rpath,${libdir}
     -o ${WORK_DIR}/pc-build/consumer)
 run(${WORK_DIR}/pc-build/consumer)
 if(NOT run_output MATCHES "consumer ok")
   message(FATAL_ERROR "pkg-config consumer printed: ${run_output}")
+endif()
+
+# The README's example program, built as the README says and run: the SHA-256 digest of "abc".
+file(READ ${README} readme)
+string(REGEX MATCH "```cpp\n([^`]*)```" _ "${readme}")
+if(NOT CMAKE_MATCH_1)
+  message(FATAL_ERROR "no C++ example in ${README}")
+endif()
+file(WRITE ${WORK_DIR}/pc-build/app.cpp "${CMAKE_MATCH_1}")
+run(${CXX} ${cxx_flags} -std=c++17 ${WORK_DIR}/pc-build/app.cpp ${pc_flags} -Wl,-rpath,${libdir}
+    -o ${WORK_DIR}/pc-build/app)
+run(${WORK_DIR}/pc-build/app abc)
+if(NOT run_output STREQUAL "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad\n")
+  message(FATAL_ERROR "the README's example printed: ${run_output}")
 endif()

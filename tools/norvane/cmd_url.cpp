@@ -5,18 +5,20 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "norvane/text/byte_string.h"
 #include "norvane/text/url_text.h"
 #include "norvane/text/utf8_coder.h"
 #include "norvane/text/wide_string.h"
 #include "tools/norvane/commands.h"
+#include "tools/norvane/io.h"
+#include "tools/norvane/options.h"
 
 namespace nvtool {
 
-namespace {
-
-const char kUrlHelp[] =
+const char kUrlUsage[] =
     "Usage: norvane url MODE [TEXT]...\n"
     "\n"
     "Percent-encodes or decodes each TEXT, or each line of standard input when no TEXT is given,\n"
@@ -29,9 +31,11 @@ const char kUrlHelp[] =
     "Escaped are the bytes 0x00-0x20, \" # % < > [ \\ ] ^ ` { | } ~, 0x7F and 0x80-0xFF, each as\n"
     "%XX in upper-case hex. Decoding keeps a '%' that two hex digits do not follow. The current\n"
     "locale comes from LC_ALL, LC_CTYPE or LANG; in the \"C\" locale encode and decode take and\n"
-    "give ASCII text only.\n"
+    "give ASCII text only. A TEXT that starts with '-' follows \"--\".\n"
     "\n"
     "Exit status: 0 done, 1 a text that the current locale cannot hold, 2 a usage error.\n";
+
+namespace {
 
 enum Mode { kEncode, kDecode, kEncodeUri, kDecodeUri };
 
@@ -50,7 +54,7 @@ bool Convert(Mode mode, const char* text, size_t size) {
     case kEncode: {
       CKD_WideString wide = CKD_WideString::FromLocal(text, len);
       if (len > 0 && wide.IsEmpty()) {
-        Error("url: '%s' is not text in the current locale", text);
+        Error("url: %s is not text in the current locale", Quote(std::string(text, size)).c_str());
         return false;
       }
       out = KD_UrlEncode(wide);
@@ -60,7 +64,7 @@ bool Convert(Mode mode, const char* text, size_t size) {
       CKD_WideString wide = KD_UrlDecode(CKD_ByteString(text, len));
       out = CKD_ByteString::FromUnicode(wide);
       if (len > 0 && out.IsEmpty()) {
-        Error("url: '%s' does not decode to text of the current locale", text);
+        Error("url: %s does not decode to text of the current locale", Quote(std::string(text, size)).c_str());
         return false;
       }
       break;
@@ -83,19 +87,19 @@ bool Convert(Mode mode, const char* text, size_t size) {
 }  // namespace
 
 int RunUrl(int argc, char** argv) {
-  if (argc < 2) return UsageError("url: give a mode: encode, decode, encode-uri or decode-uri");
-  if (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0) {
-    std::fputs(kUrlHelp, stdout);
-    return kExitOk;
-  }
+  std::vector<char*> operands;
+  if (!ParseOptions(argc, argv, nullptr, 0, &operands, [](int, char*) { return true; })) return kExitUsage;
+  if (operands.empty()) return UsageError("url: give a mode: encode, decode, encode-uri or decode-uri");
   int mode = 0;
-  while (mode < 4 && std::strcmp(argv[1], kModeNames[mode]) != 0) ++mode;
-  if (mode == 4) return UsageError("url: unknown mode '%s'", argv[1]);
+  while (mode < 4 && std::strcmp(operands[0], kModeNames[mode]) != 0) ++mode;
+  if (mode == 4) return UsageError("url: unknown mode '%s'", operands[0]);
   std::setlocale(LC_CTYPE, "");
 
   bool ok = true;
-  if (argc > 2) {
-    for (int i = 2; i < argc; ++i) ok = Convert(static_cast<Mode>(mode), argv[i], std::strlen(argv[i])) && ok;
+  if (operands.size() > 1) {
+    for (size_t i = 1; i < operands.size(); ++i) {
+      ok = Convert(static_cast<Mode>(mode), operands[i], std::strlen(operands[i])) && ok;
+    }
     return ok ? kExitOk : kExitFailure;
   }
   char* line = nullptr;

@@ -1,16 +1,7 @@
 #!/usr/bin/env bash
 # norvane url against Python's urllib.parse.quote on random text, decoding back, and its errors.
-set -u
-tool=$1
 command -v python3 >/dev/null || { echo "python3 not found: skipped"; exit 77; }
-fail=0
-out=$(mktemp -d); trap 'rm -rf "$out"' EXIT
-check() {  # check <description> <expected status> <actual status>
-  if [ "$2" != "$3" ]; then echo "FAIL: $1: status $3, expected $2"; fail=1; fi
-}
-same() {  # same <description> <file> <file>
-  cmp -s "$2" "$3" || { echo "FAIL: $1 differs"; fail=1; }
-}
+source "$(dirname "$0")/test_setup.sh"
 export LC_ALL=C.UTF-8
 
 # Random lines of code points from every UTF-8 length (no surrogates, no line feed), and what
@@ -43,17 +34,17 @@ same "encode in C.UTF-8 against quote()" "$out/ours" "$out/quoted0"
 "$tool" url decode <"$out/ours" >"$out/back"; check "decode" 0 $?
 same "decode of encode" "$out/back" "$out/text0"
 
-# Texts as arguments, '%' without two hex digits.
-[ "$("$tool" url decode-uri 'a%20b' '%4' 'x%' | tr '\n' ' ')" = "a b %4 x% " ] || { echo "FAIL: arguments"; fail=1; }
+# Texts as arguments ("--" before one that starts with '-'), '%' without two hex digits.
+[ "$("$tool" url decode-uri 'a%20b' '%4' -- '-x%' | tr '\n' ' ')" = "a b %4 -x% " ] || { echo "FAIL: arguments"; fail=1; }
 
 # Errors: text the locale cannot hold is one line of error and status 1; usage errors status 2.
 LC_ALL=C "$tool" url encode 'ok' 'é' >"$out/o" 2>"$out/e"; check "non-ASCII in the C locale" 1 $?
 [ "$(cat "$out/o")" = "ok" ] || { echo "FAIL: the other texts are still done"; fail=1; }
 grep -q '^norvane: url: ' "$out/e" || { echo "FAIL: error line"; fail=1; }
-for args in "" "bogus x"; do
+for args in "" "bogus x" "encode -x"; do
   # shellcheck disable=SC2086
   "$tool" url $args </dev/null >"$out/o" 2>"$out/e"; check "url $args" 2 $?
+  [ "$(sed -n 2p "$out/e")" = "Try 'norvane help url'." ] || { echo "FAIL: url $args: $(cat "$out/e")"; fail=1; }
 done
-"$tool" url --help | grep -q "encode-uri" || { echo "FAIL: url --help"; fail=1; }
-"$tool" --help | grep -q '^  url ' || { echo "FAIL: url missing from the command list"; fail=1; }
+"$tool" help url | grep -q "encode-uri" || { echo "FAIL: help url"; fail=1; }
 exit $fail
