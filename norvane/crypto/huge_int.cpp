@@ -29,6 +29,18 @@ constexpr int kMaxWords = 1 << 26;
 
 size_t Even(size_t n) { return n + (n & 1); }
 
+// The words of |x| read as n words (n >= its word count): x's own array when it holds n words,
+// otherwise a zero-padded copy in spare (so kernels never read past an array). Null when the
+// copy cannot be made.
+const uint32_t* Padded(const KDPKI_HugeInt& x, size_t n, KDPKI_IntegerBlock& spare) {
+  const KDPKI_IntegerBlock& b = x.Magnitude();
+  if (static_cast<size_t>(b.GetSize()) >= n) return b.GetWords();
+  if (!spare.SetSize(static_cast<int>(n))) return nullptr;
+  KDPKI_Copy(spare.GetWords(), b.GetWords(), b.CountWords());
+  KDPKI_SetWords(spare.GetWords() + b.CountWords(), 0, n - b.CountWords());
+  return spare.GetWords();
+}
+
 }  // namespace
 
 // ---- KDPKI_IntegerBlock ----
@@ -334,8 +346,10 @@ void KDPKI_HugeInt::PositiveMultiply(KDPKI_HugeInt& product, const KDPKI_HugeInt
     product.Swap(t);
     return;
   }
-  const uint32_t* ap = a.m_Magnitude.GetWords();
-  const uint32_t* bp = b.m_Magnitude.GetWords();
+  KDPKI_IntegerBlock spare_a, spare_b;
+  const uint32_t* ap = Padded(a, na, spare_a);
+  const uint32_t* bp = &a == &b ? ap : Padded(b, nb, spare_b);
+  if (!ap || !bp) return;
   // The kernels need a result apart from the operands: a separate one when product is either.
   KDPKI_HugeInt t;
   KDPKI_HugeInt& out = (&product == &a || &product == &b) ? t : product;
@@ -415,14 +429,17 @@ bool DivideMagnitudes(const KDPKI_HugeInt& dividend, const KDPKI_HugeInt& diviso
   const size_t na2 = KDPKI_EvenWordCount(dividend.Magnitude().GetWords(), dividend.Magnitude().CountWords());
   const size_t nb2 = KDPKI_EvenWordCount(divisor.Magnitude().GetWords(), nb);
   KDPKI_HugeInt q, r;
+  KDPKI_IntegerBlock spare_a, spare_b;
+  const uint32_t* a = Padded(dividend, na2, spare_a);
+  const uint32_t* b = Padded(divisor, nb2, spare_b);
+  if (!a || !b) return false;
   auto* scratch = static_cast<uint32_t*>(KDMEM_DefaultAlloc2(na2 + 2 * nb2 + 4, 4, 0));
   if (!scratch) return false;
   bool ok = q.Magnitude().ReSize(static_cast<int>(na2 - nb2 + 2)) && r.Magnitude().ReSize(static_cast<int>(nb2));
   if (ok) {
     q.Magnitude().SetUsed(static_cast<int>(na2 - nb2 + 2));
     r.Magnitude().SetUsed(static_cast<int>(nb2));
-    KDPKI_DivideWords(r.Magnitude().GetWords(), q.Magnitude().GetWords(), scratch,
-                      dividend.Magnitude().GetWords(), na2, divisor.Magnitude().GetWords(), nb2);
+    KDPKI_DivideWords(r.Magnitude().GetWords(), q.Magnitude().GetWords(), scratch, a, na2, b, nb2);
     remainder.Swap(r);
     quotient.Swap(q);
   }

@@ -366,7 +366,7 @@ void KDPKI_SimultaneousMultiplication(const KDPKI_HugeInt& base, const KDPKI_Hug
   for (size_t i = 0; i < count; ++i) results[i] = KDPKI_HugeInt();
   if (n == 0) return;
   if (modulus.IsOdd() && base.PositiveCompare(modulus) < 0) {
-    Words w((3 + count) * n + 4);
+    Words w((4 + count) * n + 4);
     if (!w.get()) return;
     uint32_t* g = w.get();
     uint32_t* identity = g + n;

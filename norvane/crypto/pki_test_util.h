@@ -6,6 +6,7 @@
 #include <gmp.h>
 
 #include <cstdint>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -28,6 +29,8 @@ struct Mpz {
   Mpz(const Mpz&) = delete;
   Mpz& operator=(const Mpz&) = delete;
   operator mpz_ptr() { return v; }  // NOLINT(google-explicit-constructor)
+  // GMP's macros (mpz_sgn and others) reach into the record.
+  __mpz_struct* operator->() { return v; }
   std::string Hex() const {
     char* s = mpz_get_str(nullptr, 16, v);
     std::string r(s);
@@ -61,6 +64,13 @@ inline std::string Hex(mpz_t z) {
   free_fn(s, r.size() + 1);
   return r;
 }
+
+}  // namespace pkitest
+
+// Failure messages show values in hexadecimal.
+inline void PrintTo(const KDPKI_HugeInt& x, std::ostream* os) { *os << pkitest::Hex(x); }
+
+namespace pkitest {
 
 // Operand shapes that trip kernels: random bits, a power of two, all-ones words, a sparse value.
 enum Shape { kRandom, kPowerOfTwo, kAllOnes, kSparse };
