@@ -24,6 +24,10 @@ int main() {
   CKD_ByteTextBuf text;
   text << CKD_ByteStringC("n=") << 42;
   ok = ok && text.GetByteString() == CKD_ByteStringC("n=42");
+  // Big integers: 3^5 mod 7 through the exported exponentiation and shared constants.
+  ok = ok && KDPKI_ModularExponentiation(KDPKI_HugeInt(3u), KDPKI_HugeInt(5u), KDPKI_HugeInt(7u)) ==
+                 KDPKI_HugeInt::Three() + KDPKI_HugeInt::Two();
+  KDPKI_Finalize();
   std::printf(ok ? "consumer ok\n" : "consumer FAILED\n");
   return ok ? 0 : 1;
 }
