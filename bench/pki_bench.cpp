@@ -1,5 +1,10 @@
-// Big-integer products, modular exponentiation and the RSA private-key operation against GMP and
-// OpenSSL's libcrypto, in one run. Each case runs as "norvane" (the library with the kernels it
+// Public-key building blocks against their peers, in one run.
+//
+// GUIDs: 1000 GUIDs from KD_GUID_CreateV4 against 1000 reads of 16 bytes from getrandom(2), the
+// call a program would otherwise make for a GUID's randomness (wall-clock time).
+//
+// Big integers: products, modular exponentiation and the RSA private-key operation against GMP
+// and OpenSSL's libcrypto (processor time). Each case runs as "norvane" (the library with the kernels it
 // uses here: 64-bit limbs where the compiler has 128-bit products), "portable" (the same code on
 // the plain 32-bit kernels), "gmp" (mpz_mul, mpz_powm) and "openssl" (BN_mul, BN_mod_exp_mont).
 // Operands come from a fixed seed; moduli are odd and full-size, exponents full-size.
@@ -11,6 +16,7 @@
 // Run: build/release/bench/pki_bench
 #include <benchmark/benchmark.h>
 #include <gmp.h>
+#include <sys/random.h>
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
 #include <openssl/evp.h>
@@ -18,6 +24,7 @@
 #include <openssl/rsa.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <random>
 #include <string>
@@ -26,8 +33,36 @@
 #include "norvane/crypto/huge_int.h"
 #include "norvane/crypto/montgomery.h"
 #include "norvane/crypto/pki_kernels_internal.h"
+#include "norvane/runtime/random.h"
 
 namespace {
+
+constexpr int kGuids = 1000;
+
+void BM_Guids_Norvane(benchmark::State& state) {
+  uint8_t guid[16];
+  for (auto _ : state) {
+    for (int i = 0; i < kGuids; ++i) {
+      KD_GUID_CreateV4(guid);
+      benchmark::DoNotOptimize(guid);
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * kGuids);
+}
+
+void BM_Guids_Getrandom(benchmark::State& state) {
+  uint8_t guid[16];
+  for (auto _ : state) {
+    for (int i = 0; i < kGuids; ++i) {
+      if (getrandom(guid, sizeof guid, 0) != static_cast<ssize_t>(sizeof guid)) abort();
+      benchmark::DoNotOptimize(guid);
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * kGuids);
+}
+
+BENCHMARK(BM_Guids_Norvane)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Guids_Getrandom)->Unit(benchmark::kMicrosecond);
 
 std::mt19937_64 g_rng(20261122);
 
@@ -263,18 +298,26 @@ void Crt(benchmark::State& state, int way) {
   mpz_clears(y, yp, yq, nullptr);
 }
 
-// Prints the usual table, then each case's Norvane and portable times over the peers' times.
+// Prints the usual table, then each Norvane case's time over its peer's (above 1: slower).
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) times_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+    for (const Run& run : runs) {
+      times_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+      real_times_[run.benchmark_name()] = run.GetAdjustedRealTime();
+    }
     ConsoleReporter::ReportRuns(runs);
   }
   void Finalize() override {
     ConsoleReporter::Finalize();
+    if (real_times_.count("BM_Guids_Norvane") && real_times_.count("BM_Guids_Getrandom")) {
+      std::printf("\n%-34s %8.2f   (time / peer's time, same run)\n", "1000 GUIDs / 1000 getrandom(16)",
+                  real_times_["BM_Guids_Norvane"] / real_times_["BM_Guids_Getrandom"]);
+    }
     std::printf("\n%-14s %-12s %10s %10s   (time / peer's time, same run)\n", "case", "peer", "norvane", "portable");
     for (const auto& [name, time] : times_) {
       const size_t slash = name.rfind('/');
+      if (slash == std::string::npos) continue;
       const std::string base = name.substr(0, slash), way = name.substr(slash + 1);
       if (way == "norvane" || way == "portable" || time <= 0) continue;
       std::printf("%-14s %-12s %10.2f %10.2f\n", base.c_str(), way.c_str(), times_[base + "/norvane"] / time,
@@ -284,6 +327,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
  private:
   std::map<std::string, double> times_;
+  std::map<std::string, double> real_times_;
 };
 
 }  // namespace

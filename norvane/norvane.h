@@ -19,9 +19,11 @@
 // Runtime services.
 #include "norvane/runtime/context.h"
 #include "norvane/runtime/exception.h"
+#include "norvane/runtime/random.h"
 #include "norvane/runtime/sync.h"
 #include "norvane/runtime/thread.h"
 #include "norvane/runtime/sys_helpers.h"
+#include "norvane/runtime/system_time.h"
 
 // Streams.
 #include "norvane/streams/cache_streams.h"
@@ -33,9 +35,13 @@
 
 // Cryptography.
 #include "norvane/crypto/aes.h"
+<<<<<<< HEAD
 #include "norvane/crypto/huge_int.h"
 #include "norvane/crypto/montgomery.h"
 #include "norvane/crypto/pki_words.h"
+=======
+#include "norvane/crypto/random_generator.h"
+>>>>>>> main
 #include "norvane/crypto/sha.h"
 #include "norvane/crypto/smart_pointer.h"
 // Strings and text.

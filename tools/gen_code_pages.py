@@ -53,13 +53,17 @@ LEAD_BYTES = {
 ADJUSTMENTS = {
     # Python's gbk predates the euro; Windows code page 936 maps the single byte 0x80 to U+20AC.
     936: [("add", 0x80, 0x20AC)],
-    # Python's cp932 follows Windows' run-time behaviour for five single bytes (0x80 -> U+0080,
-    # 0xA0 and 0xFD-0xFF -> private-use U+F8F0-U+F8F3) and maps the user-defined area F040-F9FC to
-    # the private-use area; the published table defines none of them.
-    932: [("drop", 0x80, 0x80), ("drop", 0xA0, 0xA0), ("drop", 0xFD, 0xFF), ("drop", 0xF040, 0xF9FC)],
+    # Code page 932's user-defined rows F040-F9FC are lead/trail pairs on Windows, mapped in code
+    # order to the private-use area U+E000-U+E757 (188 codes a row), and its single bytes 0x80,
+    # 0xA0 and 0xFD-0xFF read as U+0080 and U+F8F0-U+F8F3. The published table leaves them out,
+    # but Windows converts them so (Python's cp932 agrees on all of them, glibc on the rows): they
+    # are kept, so that such text turns into one character per code, not a default and a stray byte.
     # Python's cp950 (Big5 plus Microsoft's additions) maps C6A1-C7FC to the ETEN extensions (kana,
-    # Cyrillic, ...); in Windows code page 950 C6A1-C8FE is user-defined and unmapped.
-    950: [("drop", 0xC6A1, 0xC8FE)],
+    # Cyrillic, ...). In Windows code page 950, C6A1-C8FE is user-defined: Windows maps it in code
+    # order to the private-use area U+F6B1-U+F848 (glibc's BIG5 agrees), which replaces them.
+    950: [("drop", 0xC6A1, 0xC8FE)] + [("add", code, 0xF6B1 + i) for i, code in enumerate(
+        lead << 8 | trail for lead in (0xC6, 0xC7, 0xC8)
+        for trail in list(range(0x40, 0x7F)) + list(range(0xA1, 0xFF)) if (lead << 8 | trail) >= 0xC6A1)],
 }
 
 

@@ -158,7 +158,8 @@ static void BufferedUpdate(Ctx* ctx, const uint8_t* data, uint32_t size, Fn bloc
   uint32_t used = Buffered(ctx);
   ctx->total_lo += size;
   if (ctx->total_lo < size) ++ctx->total_hi;
-  if (used && used + size < kBlock) {
+  // Compared without adding: used + size could wrap for a count near 2^32.
+  if (used && size < kBlock - used) {
     std::memcpy(ctx->buffer + used, data, size);
     SetBuffered(ctx, used + size);
     return;

@@ -365,11 +365,13 @@ void* _PyObject_Realloc(KDMEM_PyState* st, void* block, size_t size) {
       return p;
     }
   }
-  // To the raw allocator, without counting the block. The whole old block is copied, even into
-  // a smaller new one.
+  // To the raw allocator, without counting the block. The manager's documented behaviour copies
+  // the whole old block here, even into a smaller new one; that write past the new block's end
+  // corrupts the heap and gives nothing anyone can rely on, so it is deliberately not kept: only
+  // min(old, new) bytes are copied, and the new block's contents come out the same.
   void* p = st->m_Raw.Alloc(size);
   if (!p) return nullptr;
-  memcpy(p, old, old_size);
+  memcpy(p, old, size < old_size ? size : old_size);
   pymalloc_free(st, block);
   return p;
 }

@@ -415,11 +415,30 @@ TEST_F(PyMgrTest, RandomChurnKeepsListsConsistentAndBlocksIntact) {
 
 // A system manager that gives at least 1024 bytes whatever it is asked, so that an over-long copy
 // into a small block can be observed safely.
-void* RoomyAlloc(_KDMEM_SystemMgr*, size_t size, int) { return malloc(std::max<size_t>(size, 1024)); }
+// Blocks of at least 1024 bytes, filled with 0xEE: a copy that runs past a small block's end shows
+// in the slack instead of corrupting the heap.
+void* RoomyAlloc(_KDMEM_SystemMgr*, size_t size, int) {
+  void* p = malloc(std::max<size_t>(size, 1024));
+  if (p) memset(p, 0xEE, std::max<size_t>(size, 1024));
+  return p;
+}
 void* RoomyRealloc(_KDMEM_SystemMgr*, void* p, size_t size, int) { return realloc(p, std::max<size_t>(size, 1024)); }
 void RoomyFree(_KDMEM_SystemMgr*, void* block, int) { free(block); }
 _KDMEM_SystemMgr g_RoomySystemMgr = {RoomyAlloc, nullptr, RoomyRealloc, nullptr, nullptr,
                                      nullptr,    RoomyFree, nullptr, nullptr, nullptr};
+
+// Reallocating a pooled block to 0 bytes, while pooling, moves it to a raw block into which
+// nothing is copied (the old block's bytes would land past the new block's end).
+TEST_F(PyMgrTest, ReallocToZeroCopiesNothing) {
+  StaticSystemSwap swap(&g_RoomySystemMgr);
+  Block zero{static_cast<unsigned char*>(Alloc(64)), 64, 4};
+  Fill(zero);
+  ASSERT_TRUE(Pooled(zero.p));
+  auto* empty = static_cast<unsigned char*>(Realloc(zero.p, 0));
+  ASSERT_TRUE(empty && !Pooled(empty));
+  for (size_t i = 0; i < 64; ++i) ASSERT_EQ(empty[i], 0xEE) << i;
+  Free(empty);
+}
 
 // A discard (here by destroying the manager) switches to state 1 only, since nothing raises the
 // allocated-arena count: new requests go to the raw allocator, pooled blocks can still be freed.
@@ -441,13 +460,14 @@ TEST_F(PyMgrTest, DiscardSendsNewRequestsToTheRawAllocator) {
   Free(old);
   EXPECT_EQ(st.m_nRawBlocks, 1);
 
-  // A pooled block reallocated after a discard moves to an n-byte raw block and gets all of its
-  // old block (112 bytes) copied into it, even when n is smaller.
+  // A pooled block reallocated after a discard moves to an n-byte raw block and gets the first n
+  // bytes of its old block (112 bytes); nothing is written past the new block's end.
   auto* moved = static_cast<unsigned char*>(Realloc(shrink.p, 40));
   ASSERT_FALSE(Pooled(moved));
   EXPECT_EQ(raw.log.back().size, 40u);
   shrink.p = moved;
-  EXPECT_TRUE(Intact(shrink, 112));
+  EXPECT_TRUE(Intact(shrink, 40));
+  for (size_t i = 40; i < 112; ++i) ASSERT_EQ(moved[i], 0xEE) << i;  // the roomy block's slack
 
   // A second discard, and a purge attempt with the count at 0, change nothing.
   pools.Discard();

@@ -8,6 +8,12 @@ namespace {
 
 inline size_t Min(size_t a, size_t b) { return a < b ? a : b; }
 
+// Once more bytes were counted than its capacity holds, a limit cache's data size runs past its
+// buffer: a read that would copy from beyond the capacity fails rather than leave the buffer.
+inline bool InCapacity(size_t offset, size_t size, size_t capacity) {
+  return offset <= capacity && size <= capacity - offset;
+}
+
 }  // namespace
 
 // The limit cache stream.
@@ -42,13 +48,16 @@ long long CKD_LimitCacheStream::SetPosition(long long pos) {
 bool CKD_LimitCacheStream::ReadBlock(void* buffer, long long offset, size_t size) {
   if (offset < 0 || !m_pBuffer || static_cast<size_t>(offset) > m_nDataSize || size > m_nDataSize - offset)
     return false;
-  if (buffer && size) memcpy(buffer, m_pBuffer + offset, size);
+  if (!buffer || !size) return true;
+  if (!InCapacity(static_cast<size_t>(offset), size, m_nCapacity)) return false;
+  memcpy(buffer, m_pBuffer + offset, size);
   return true;
 }
 
 size_t CKD_LimitCacheStream::ReadBlock(void* buffer, size_t size) {
   if (!m_pBuffer || m_nPosition >= m_nDataSize) return 0;
   size_t n = Min(size, m_nDataSize - m_nPosition);
+  if (buffer && n && !InCapacity(m_nPosition, n, m_nCapacity)) return 0;
   if (buffer) memcpy(buffer, m_pBuffer + m_nPosition, n);
   m_nPosition += n;
   return n;

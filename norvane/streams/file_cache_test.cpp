@@ -168,6 +168,19 @@ TEST(LimitCacheStream, CountsEverythingStoresWhatFits) {
   EXPECT_TRUE(s->WriteBlock("abcdefghij", 10));  // does not fit: counted only
   EXPECT_EQ(s->GetSize(), 20);
   EXPECT_EQ(memcmp(s->GetBuffer(), "0123456789", 10), 0);
+  // Reads stay inside the buffer: those that would copy from beyond the capacity fail, even
+  // where the counted size reaches.
+  char wide[20];
+  EXPECT_FALSE(s->ReadBlock(wide, 0LL, 20));
+  EXPECT_FALSE(s->ReadBlock(wide, 10LL, 7));
+  EXPECT_TRUE(s->ReadBlock(wide, 10LL, 6));
+  EXPECT_TRUE(s->ReadBlock(nullptr, 0LL, 20));  // nothing copied: true as before
+  EXPECT_EQ(s->ReadBlock(wide, 20), 0u);
+  EXPECT_EQ(s->GetPosition(), 0);
+  EXPECT_EQ(s->ReadBlock(wide, 16), 16u);
+  EXPECT_EQ(s->ReadBlock(wide, 4), 0u);  // position 16: the rest lies beyond the capacity
+  EXPECT_EQ(s->SetPosition(18), 18);
+  EXPECT_EQ(s->ReadBlock(nullptr, 8), 2u);  // no destination: counted and moved as before
   CKD_LimitCacheStream* ins = new CKD_LimitCacheStream(16, 16, 0);
   ins->WriteBlock("abef", 4);
   EXPECT_TRUE(ins->WriteBlock("cd", 2LL, 2));  // an insertion

@@ -218,7 +218,11 @@ bool CKD_MemoryStream::WriteBlock(const void* data, long long offset, size_t siz
       return false;
     }
   }
-  memcpy(FirstBlock() + start, data, size);
+  // After a failed growth the total size stays counted but there is no buffer: a write that ends
+  // inside that size has nowhere to go and fails instead of copying through a null pointer.
+  uint8_t* buffer = FirstBlock();
+  if (!buffer) return false;
+  memcpy(buffer + start, data, size);
   if (m_nCurSize < m_nCurPos) m_nCurSize = m_nCurPos;
   return true;
 }

@@ -226,4 +226,33 @@ TEST(MemoryStream, ReferencesAllocatorsAndFailures) {
   }
 }
 
+// A consecutive stream whose growth failed keeps the new total size but no buffer: later writes
+// that end inside that size fail (they have nowhere to go), reads still succeed without copying,
+// and a write that can allocate again succeeds as usual.
+TEST(MemoryStream, WritesAfterAFailedGrowth) {
+  kdtest::TestMgr t;
+  IKD_MemoryStream* s = KD_CreateMemoryStream(true, t.allocator());
+  ASSERT_NE(s, nullptr);
+  ASSERT_TRUE(s->WriteBlock("abcd", 0LL, 4));
+  t.sys().FailAll(true);
+  std::vector<uint8_t> big(100000, 1);
+  EXPECT_FALSE(s->WriteBlock(big.data(), 0LL, big.size()));
+  EXPECT_EQ(s->GetBuffer(), nullptr);
+  EXPECT_EQ(s->GetSize(), 4);              // the failed write counted nothing
+  EXPECT_EQ(s->GetPosition(), 100000);     // but moved the position first
+  EXPECT_FALSE(s->WriteBlock("xy", 10LL, 2));  // inside the kept total size: no buffer to copy into
+  EXPECT_FALSE(s->WriteBlock("xy", 2));
+  EXPECT_EQ(s->GetSize(), 4);
+  uint8_t b[4] = {9, 9, 9, 9};
+  EXPECT_TRUE(s->ReadBlock(b, 0LL, 4));  // succeeds without copying
+  EXPECT_EQ(b[0], 9);
+  t.sys().FailAll(false);
+  std::vector<uint8_t> bigger(300000, 2);
+  EXPECT_TRUE(s->WriteBlock(bigger.data(), 0LL, bigger.size()));
+  EXPECT_TRUE(s->ReadBlock(b, 299996LL, 4));
+  EXPECT_EQ(b[3], 2);
+  s->Release();
+  EXPECT_EQ(t.live_blocks(), 0u);
+}
+
 }  // namespace

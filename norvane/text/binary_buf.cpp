@@ -81,20 +81,35 @@ bool CKD_BinaryBuf::CopyData(const void* data, int size) {
     m_DataSize = 0;
     return true;
   }
-  if (!m_pBuffer || m_AllocSize < size) {
-    m_DataSize = 0;  // nothing of the old contents needs to move with the block
-    if (!ExpandBuf(size)) return false;
-  }
+  // Growth keeps the old contents and size until it has succeeded, so a failure loses nothing.
+  if ((!m_pBuffer || m_AllocSize < size) && !ExpandBuf(size - m_DataSize)) return false;
   if (data) memmove(m_pBuffer, data, static_cast<size_t>(size));
   m_DataSize = size;
   return true;
 }
 
+namespace {
+
+// The data appended or inserted may lie in the buffer's own block (buf.AppendBlock(buf.GetBuffer(),
+// n)), and growth may move the block. OffsetInBlock gives the data's offset in the block, or -1
+// when it lies elsewhere, so the bytes are read from where the block ends up.
+long long OffsetInBlock(const CKD_BinaryBuf& buf, const void* data) {
+  auto at = reinterpret_cast<uintptr_t>(data), base = reinterpret_cast<uintptr_t>(buf.GetBuffer());
+  if (!base || at < base || at - base >= static_cast<uintptr_t>(buf.GetAllocSize())) return -1;
+  return static_cast<long long>(at - base);
+}
+
+}  // namespace
+
 bool CKD_BinaryBuf::AppendBlock(const void* data, int size) {
   if (size < 0) return false;
   if (size == 0) return true;
+  long long own = OffsetInBlock(*this, data);
   if (!ExpandBuf(size)) return false;
-  if (data) memcpy(m_pBuffer + m_DataSize, data, static_cast<size_t>(size));
+  if (own >= 0)
+    memmove(m_pBuffer + m_DataSize, m_pBuffer + own, static_cast<size_t>(size));
+  else if (data)
+    memcpy(m_pBuffer + m_DataSize, data, static_cast<size_t>(size));
   m_DataSize += size;
   return true;
 }
@@ -102,9 +117,19 @@ bool CKD_BinaryBuf::AppendBlock(const void* data, int size) {
 bool CKD_BinaryBuf::InsertBlock(int pos, const void* data, int size) {
   if (size < 0) return false;
   if (size == 0) return true;
+  long long own = OffsetInBlock(*this, data);
   if (!ExpandBuf(size)) return false;
   memmove(m_pBuffer + pos + size, m_pBuffer + pos, static_cast<size_t>(m_DataSize - pos));
-  if (data) memcpy(m_pBuffer + pos, data, static_cast<size_t>(size));
+  if (own >= 0) {
+    // Of the buffer's own bytes, those below pos stayed; those from pos on now stand size higher.
+    long long below = pos - own;
+    if (below < 0) below = 0;
+    if (below > size) below = size;
+    memmove(m_pBuffer + pos, m_pBuffer + own, static_cast<size_t>(below));
+    memmove(m_pBuffer + pos + below, m_pBuffer + own + below + size, static_cast<size_t>(size - below));
+  } else if (data) {
+    memcpy(m_pBuffer + pos, data, static_cast<size_t>(size));
+  }
   m_DataSize += size;
   return true;
 }

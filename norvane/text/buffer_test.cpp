@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <random>
 #include <string>
 
 #include "norvane/text/string_buf.h"
@@ -71,6 +72,9 @@ TEST(BinaryBuf, GrowthRule) {
     EXPECT_EQ(b.GetSize(), 1025);
     EXPECT_EQ(b.GetAllocSize(), 1280);
     EXPECT_EQ(b.GetBuffer()[0], 1);
+    EXPECT_FALSE(b.CopyData("x", 5000));  // a replacement that cannot grow loses nothing either
+    EXPECT_EQ(b.GetSize(), 1025);
+    EXPECT_EQ(b.GetBuffer()[128], 3);
     CKD_BinaryBuf none(64);
     EXPECT_EQ(none.GetBuffer(), nullptr);
     EXPECT_EQ(none.GetSize(), 0);
@@ -108,6 +112,33 @@ TEST(BinaryBuf, Editing) {
   EXPECT_TRUE(s == "abc");
   b.Clear();
   EXPECT_EQ(b.GetSize(), 0);
+}
+
+// A buffer may be given its own bytes to append or insert, whether or not growth moves the block
+// (step 1: every addition reallocates). Checked against a string model.
+TEST(BinaryBuf, OwnBytesAsArgument) {
+  std::mt19937 rng(11);
+  CKD_BinaryBuf b;
+  b.EstimateSize(0, 1);
+  ASSERT_TRUE(b.AppendBlock("0123456789", 10));
+  std::string model = "0123456789";
+  for (int i = 0; i < 300 && model.size() < 4000; ++i) {
+    int size = static_cast<int>(model.size());
+    int from = static_cast<int>(rng() % size), n = 1 + static_cast<int>(rng() % (size - from));
+    if (rng() % 2) {
+      ASSERT_TRUE(b.AppendBlock(b.GetBuffer() + from, n));
+      model += model.substr(static_cast<size_t>(from), static_cast<size_t>(n));
+    } else {
+      int pos = static_cast<int>(rng() % (size + 1));
+      ASSERT_TRUE(b.InsertBlock(pos, b.GetBuffer() + from, n));
+      model.insert(static_cast<size_t>(pos), model.substr(static_cast<size_t>(from), static_cast<size_t>(n)));
+    }
+    ASSERT_EQ(Bytes(b), model) << i;
+    if (rng() % 4 == 0) {  // now and then a copy of part of itself
+      ASSERT_TRUE(b.CopyData(b.GetBuffer() + from, n));
+      model = model.substr(static_cast<size_t>(from), static_cast<size_t>(n));
+    }
+  }
 }
 
 TEST(BinaryBuf, OwnershipTransfers) {
@@ -165,6 +196,14 @@ TEST(TextBuf, ByteAndWide) {
   EXPECT_EQ(c.GetLength(), 4 + b.GetLength());
   c = CKD_ByteStringC("new");
   EXPECT_EQ(Bytes(c), "new");
+  // A buffer's own text as the operand, also where the append grows the block.
+  CKD_ByteTextBuf own;
+  own << CKD_ByteStringC("xyz");
+  for (int i = 0; i < 7; ++i) own << own.GetByteString();
+  EXPECT_EQ(own.GetLength(), 3 << 7);
+  EXPECT_EQ(Bytes(own).substr(378), "xyzxyz");
+  own = CKD_ByteStringC(reinterpret_cast<const char*>(own.GetBuffer()) + 1, 2);
+  EXPECT_EQ(Bytes(own), "yz");
 
   CKD_WideTextBuf w;
   w << -42;
@@ -182,6 +221,9 @@ TEST(TextBuf, ByteAndWide) {
   w.GetWideStringL(l);
   EXPECT_EQ(l.GetLength(), 16);
   l.Empty(nullptr);
+  for (int i = 0; i < 4; ++i) w << w.GetWideString();  // its own text, moved by each growth
+  EXPECT_EQ(w.GetLength(), 256);
+  EXPECT_EQ(w.GetChars()[255], static_cast<wchar_t>(0x1F600));
   w = CKD_WideStringC(L"x");
   EXPECT_EQ(w.GetLength(), 1);
 
@@ -231,6 +273,10 @@ TEST(StringL, AllocatorBound) {
   b.Set(CKD_ByteStringC(), a.get());
   EXPECT_TRUE(b.IsEmpty());
   EXPECT_EQ(b.GetPtr(), nullptr);
+  // Set may be given the string's own characters.
+  b.Set("hello", a.get());
+  b.Set(CKD_ByteStringC(b.c_str() + 1, 3), a.get());
+  EXPECT_STREQ(b.c_str(), "ell");
   a.fail = true;
   EXPECT_EQ(b.AllocBuffer(3, a.get()), nullptr);
   b.Set("x", a.get());
@@ -244,6 +290,8 @@ TEST(StringL, AllocatorBound) {
   EXPECT_EQ(w.GetLength(), 4);
   EXPECT_EQ(w.GetInteger(), 0);  // leading blanks are not skipped
   w.Set(L"-17x", a.get());
+  w.Set(CKD_WideStringC(w.GetPtr(), 3), a.get());
+  EXPECT_EQ(w.GetLength(), 3);
   EXPECT_EQ(w.GetInteger(), -17);
   w.TrimRight(L"-17x");
   EXPECT_EQ(w.GetLength(), 0);

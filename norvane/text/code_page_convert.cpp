@@ -50,7 +50,9 @@ int DecodeTablePage(const KD_CodePage_Entry* entry, const uint16_t* table, const
         i += 2;
         continue;
       }
-      if (t >= 0x80) used = 2;
+      // Every trail byte of these pages is 0x40 or above: an unmapped pair is one character.
+      // Below that (controls, digits, space) the byte cannot be a trail and is left to stand alone.
+      if (t >= 0x40) used = 2;
     } else {
       u = e >> 16;
     }

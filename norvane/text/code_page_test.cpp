@@ -110,7 +110,7 @@ TEST(CodePage, HeaderFields) {
 // Every code the tables map goes to Unicode and back, and every Unicode value with a code comes
 // back to itself; duplicates (one character, several codes) come back to the canonical code.
 TEST(CodePage, EveryMappingRoundTrips) {
-  const int kExpectedCodes[] = {225, 7915, 21920, 17176, 13631, 251, 255, 251, 239, 249, 233, 256, 244, 247};
+  const int kExpectedCodes[] = {225, 9800, 21920, 17176, 14039, 251, 255, 251, 239, 249, 233, 256, 244, 247};
   // 932 repeats characters in its NEC and IBM rows; 950 repeats ten.
   const int kDuplicates[] = {0, 398, 0, 0, 10, 0, 0, 0, 0, 0, 0, 0, 0, 0};
   for (size_t k = 0; k < sizeof(kPages) / sizeof(kPages[0]); ++k) {
@@ -164,10 +164,15 @@ TEST(CodePage, PublishedCharacters) {
       {1255, 0xE0, 0x05D0},   {1255, 0xA4, 0x20AA},   {1256, 0xC7, 0x0627},   {1256, 0x81, 0x067E},
       {1257, 0xC0, 0x0104},   {1257, 0xE6, 0x0119},   {1258, 0xC3, 0x0102},   {1258, 0xFE, 0x20AB},
       {932, 0x8790, 0x2252},  // a duplicate of 0x81E0
-      // No mapping (0xFEFF): an undefined code, codes beyond the maximum, the user-defined areas
-      // (932 F0xx, Windows' Big5 C6A1), a lead byte alone, trail bytes outside the lead byte's ranges.
-      {1252, 0x81, 0xFEFF},   {1252, 0x100, 0xFEFF},  {936, 0xFE50, 0xFEFF},  {932, 0xF040, 0xFEFF},
-      {950, 0xC6A1, 0xFEFF},  {936, 0x81, 0xFEFF},    {936, 0x8120, 0xFEFF},  {936, 0x81FF, 0xFEFF},
+      // The user-defined rows of 932 (F040-F9FC) and 950 (C6A1-C8FE) in code order, and 932's
+      // single-byte extras, in the private-use area as Windows maps them.
+      {932, 0xF040, 0xE000},  {932, 0xF07E, 0xE03E},  {932, 0xF080, 0xE03F},  {932, 0xF140, 0xE0BC},
+      {932, 0xF9FC, 0xE757},  {932, 0x80, 0x0080},    {932, 0xA0, 0xF8F0},    {932, 0xFF, 0xF8F3},
+      {950, 0xC6A1, 0xF6B1},  {950, 0xC6FE, 0xF70E},  {950, 0xC740, 0xF70F},  {950, 0xC8FE, 0xF848},
+      // No mapping (0xFEFF): an undefined code, codes beyond the maximum, user-defined codes the
+      // tables leave out, a lead byte alone, trail bytes outside the lead byte's ranges.
+      {1252, 0x81, 0xFEFF},   {1252, 0x100, 0xFEFF},  {936, 0xFE50, 0xFEFF},  {932, 0xF0FD, 0xFEFF},
+      {950, 0x8140, 0xFEFF},  {936, 0x81, 0xFEFF},    {936, 0x8120, 0xFEFF},  {936, 0x81FF, 0xFEFF},
       {936, 0x4142, 0x41},  // a first byte that is no lead byte gives its own value
   };
   for (const Known& k : kKnown) {
@@ -176,9 +181,14 @@ TEST(CodePage, PublishedCharacters) {
   }
   PageRef p1252(1252), p932(932), p936(936);
   EXPECT_EQ(p932->GetCharcode(0x2252), 0x81E0u);  // the codec's choice among duplicates
-  EXPECT_TRUE(p932->IsLeadByte(0xF0));
-  EXPECT_FALSE(p936->IsLeadByte(0x41));
-  EXPECT_FALSE(p936->IsLeadByte(0xFF));
+  // The lead bytes are those Windows declares, whether or not their codes are mapped.
+  for (uint16_t number : {932, 936, 949, 950}) {
+    PageRef page(number);
+    for (int b = 0; b < 256; ++b) {
+      bool lead = number == 932 ? (b >= 0x81 && b <= 0x9F) || (b >= 0xE0 && b <= 0xFC) : b >= 0x81 && b <= 0xFE;
+      EXPECT_EQ(page->IsLeadByte(static_cast<uint8_t>(b)), lead) << number << " " << b;
+    }
+  }
   EXPECT_EQ(p936->GetCharcode(0x20AC), 0x80u);
   EXPECT_EQ(p1252->GetCharcode(0x0100), 0xFFFFu);  // no range: counts as valid by the rule
   EXPECT_TRUE(p1252->IsValidUnicode(0x0100));

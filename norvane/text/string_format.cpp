@@ -8,6 +8,7 @@
 
 #include "norvane/runtime/kdcrt_locale_internal.h"
 #include "norvane/text/byte_string.h"
+#include "norvane/text/string_core_internal.h"
 #include "norvane/text/string_format_internal.h"
 #include "norvane/text/wide_string.h"
 
@@ -70,8 +71,13 @@ long long StringArgLength(const void* arg, bool wide, bool hasPrecision, long lo
   return len < 1 ? 1 : len;
 }
 
+inline bool Inside(const void* p, const FormatSource* own) {
+  auto a = reinterpret_cast<uintptr_t>(p);
+  return a >= reinterpret_cast<uintptr_t>(own->begin) && a < reinterpret_cast<uintptr_t>(own->end);
+}
+
 template <class C>
-long long Estimate(const C* fmt, va_list args, FormatStatus* status) {
+long long Estimate(const C* fmt, va_list args, FormatStatus* status, FormatSource* own) {
   *status = kFormatOk;
   if (!fmt) return 0;
   const long long total = static_cast<long long>(TextLength(fmt));
@@ -164,6 +170,7 @@ long long Estimate(const C* fmt, va_list args, FormatStatus* status) {
       case 's':
       case 'S': {
         const void* arg = va_arg(args, const void*);
+        if (own && arg && Inside(arg, own)) own->found = true;
         long long len = StringArgLength(arg, conversion == 'S' || isLong, hasPrecision, precision);
         if (hasPrecision && precision < len) len = precision;
         item = len > width ? len : width;
@@ -228,12 +235,31 @@ long long Estimate(const C* fmt, va_list args, FormatStatus* status) {
 
 }  // namespace
 
-long long EstimateFormatLength(const char* fmt, va_list args, FormatStatus* status) {
-  return Estimate(fmt, args, status);
+long long EstimateFormatLength(const char* fmt, va_list args, FormatStatus* status, FormatSource* own) {
+  return Estimate(fmt, args, status, own);
 }
 
-long long EstimateFormatLength(const wchar_t* fmt, va_list args, FormatStatus* status) {
-  return Estimate(fmt, args, status);
+long long EstimateFormatLength(const wchar_t* fmt, va_list args, FormatStatus* status, FormatSource* own) {
+  return Estimate(fmt, args, status, own);
+}
+
+// An argument of Format may be the string's own text (s.Format("%s!", s.c_str())). Sizing the
+// buffer in place would zero that text, and replacing the record would free it, before the
+// printing pass reads it. OwnRecord tells whether an argument points into the string's record;
+// if so, NewPrintRecord gives the record to print into (the size GetBuffer gives a record it
+// replaces) and the caller releases the old one only after printing.
+template <class C>
+FormatSource OwnRecord(const Rec<C>* p) {
+  if (!p) return {nullptr, nullptr, false};
+  return {p, reinterpret_cast<const char*>(p) + RecordBytes<C>(static_cast<size_t>(p->m_nAllocLength)), false};
+}
+
+template <class C>
+Rec<C>* NewPrintRecord(const Rec<C>* old, int size) {
+  int len = old->m_nDataLength;
+  Rec<C>* r = NewRecord<C>(size > len ? size : len);
+  if (r) SetLength<C>(r, 0);
+  return r;
 }
 
 }  // namespace kdtext
@@ -254,7 +280,8 @@ void CKD_ByteString::FormatV(const char* fmt, va_list args) {
   va_list scan;
   va_copy(scan, args);
   kdtext::FormatStatus status;
-  long long estimate = kdtext::EstimateFormatLength(fmt, scan, &status);
+  kdtext::FormatSource own = kdtext::OwnRecord<char>(m_pData);
+  long long estimate = kdtext::EstimateFormatLength(fmt, scan, &status, &own);
   va_end(scan);
   if (status != kdtext::kFormatOk) {
     *this = status == kdtext::kFormatBadWidth ? "Bad width" : "Bad precision";
@@ -265,14 +292,21 @@ void CKD_ByteString::FormatV(const char* fmt, va_list args) {
     return;
   }
   const int size = static_cast<int>(estimate) + 32;
-  char* buffer = GetBuffer(size);
-  if (!buffer) return;
-  memset(buffer, 0, static_cast<size_t>(size));
-  KDCRT_LocaleSwitch locale;
-  KDCRT_Locale_EnterC(&locale);
-  vsnprintf(buffer, static_cast<size_t>(size - 1), fmt, args);
-  KDCRT_Locale_Leave(&locale);
-  ReleaseBuffer(-1);
+  CKD_StringData* old = nullptr;
+  if (own.found) {
+    old = m_pData;
+    m_pData = kdtext::NewPrintRecord<char>(old, size);
+  }
+  char* buffer = m_pData || !old ? GetBuffer(size) : nullptr;
+  if (buffer) {
+    memset(buffer, 0, static_cast<size_t>(size));
+    KDCRT_LocaleSwitch locale;
+    KDCRT_Locale_EnterC(&locale);
+    vsnprintf(buffer, static_cast<size_t>(size - 1), fmt, args);
+    KDCRT_Locale_Leave(&locale);
+    ReleaseBuffer(-1);
+  }
+  Release(old);
 }
 
 void CKD_WideString::Format(const wchar_t* fmt, ...) {
@@ -290,7 +324,8 @@ void CKD_WideString::FormatV(const wchar_t* fmt, va_list args) {
   va_list scan;
   va_copy(scan, args);
   kdtext::FormatStatus status;
-  long long estimate = kdtext::EstimateFormatLength(fmt, scan, &status);
+  kdtext::FormatSource own = kdtext::OwnRecord<wchar_t>(m_pData);
+  long long estimate = kdtext::EstimateFormatLength(fmt, scan, &status, &own);
   va_end(scan);
   if (status != kdtext::kFormatOk) {
     *this = status == kdtext::kFormatBadWidth ? L"Bad width" : L"Bad precision";
@@ -301,9 +336,17 @@ void CKD_WideString::FormatV(const wchar_t* fmt, va_list args) {
     return;
   }
   const int size = static_cast<int>(estimate);
-  wchar_t* buffer = GetBuffer(size);
-  if (!buffer) return;  // also the null string given an empty format: its result is empty
-  wmemset(buffer, 0, static_cast<size_t>(size) + 1);
-  vswprintf(buffer, static_cast<size_t>(size) + 1, fmt, args);
-  ReleaseBuffer(-1);
+  CKD_WideStringData* old = nullptr;
+  if (own.found) {
+    old = m_pData;
+    m_pData = kdtext::NewPrintRecord<wchar_t>(old, size);
+  }
+  // A null buffer is also the null string given an empty format: its result is empty.
+  wchar_t* buffer = m_pData || !old ? GetBuffer(size) : nullptr;
+  if (buffer) {
+    wmemset(buffer, 0, static_cast<size_t>(size) + 1);
+    vswprintf(buffer, static_cast<size_t>(size) + 1, fmt, args);
+    ReleaseBuffer(-1);
+  }
+  Release(old);
 }

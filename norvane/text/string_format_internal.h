@@ -27,8 +27,16 @@ constexpr int kMaxFormatWidth = 131072;
 // A '*' width or precision comes from the next int argument; a negative width counts as its
 // magnitude and a negative precision as none. A width or precision above kMaxFormatWidth stops the
 // walk with status kFormatBadWidth or kFormatBadPrecision.
-long long EstimateFormatLength(const char* fmt, va_list args, FormatStatus* status);
-long long EstimateFormatLength(const wchar_t* fmt, va_list args, FormatStatus* status);
+//
+// When own is given, its flag `found` is set if a string argument points into [begin, end): the
+// string being formatted may be printing its own text, which must outlive the printing pass.
+struct FormatSource {
+  const void* begin;
+  const void* end;
+  bool found;
+};
+long long EstimateFormatLength(const char* fmt, va_list args, FormatStatus* status, FormatSource* own = nullptr);
+long long EstimateFormatLength(const wchar_t* fmt, va_list args, FormatStatus* status, FormatSource* own = nullptr);
 
 }  // namespace kdtext
 

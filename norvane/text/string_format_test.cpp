@@ -182,6 +182,24 @@ TEST_F(StringFormat, BufferSizeAndSpecialResults) {
   EXPECT_EQ(Std(a), "keep");
   EXPECT_EQ(Std(b), "7");
 
+  // A string may print its own text: sole-owned with room to spare (printed in place, its text
+  // would be zeroed first), sole-owned and too small (its record would be freed first), shared.
+  for (int state = 0; state < 3; ++state) {
+    CKD_ByteString own("hello"), other;
+    CKD_WideString wown(L"hello"), wother;
+    if (state == 0) {
+      own.Reserve(200);
+      wown.Reserve(200);
+    } else if (state == 2) {
+      other = own;
+      wother = wown;
+    }
+    own.Format("%s %s %.2s", own.c_str(), "world", own.c_str() + 3);
+    EXPECT_EQ(Std(own), "hello world lo") << state;
+    wown.Format(L"%ls %s!", wown.c_str(), "world");
+    EXPECT_EQ(Std(wown), L"hello world!") << state;
+  }
+
   sys.FailNth(1);
   s.Format("%d", 1);
   EXPECT_EQ(Rec(s), nullptr);

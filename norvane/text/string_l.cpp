@@ -30,10 +30,15 @@ char* CKD_ByteStringL::AllocBuffer(int len, IKD_Allocator* allocator) {
   return p;
 }
 
+// Set may be given a view of the string's own characters: they are freed only after the copy.
 void CKD_ByteStringL::Set(const CKD_ByteStringC& str, IKD_Allocator* allocator) {
-  Empty(allocator);
-  if (!str.GetPtr() || str.GetLength() <= 0) return;
-  if (char* p = AllocBuffer(str.GetLength(), allocator)) memcpy(p, str.GetPtr(), static_cast<size_t>(m_Length));
+  char* old = m_Ptr;
+  m_Ptr = nullptr;
+  m_Length = 0;
+  if (str.GetPtr() && str.GetLength() > 0) {
+    if (char* p = AllocBuffer(str.GetLength(), allocator)) memcpy(p, str.GetPtr(), static_cast<size_t>(m_Length));
+  }
+  if (old) kdmem::FreeTo(allocator, old);
 }
 
 void CKD_WideStringL::Empty(IKD_Allocator* allocator) {
@@ -43,15 +48,19 @@ void CKD_WideStringL::Empty(IKD_Allocator* allocator) {
 }
 
 void CKD_WideStringL::Set(const CKD_WideStringC& str, IKD_Allocator* allocator) {
-  Empty(allocator);
+  wchar_t* old = m_Ptr;  // freed only after the copy, as for byte strings
+  m_Ptr = nullptr;
+  m_Length = 0;
   int len = str.GetLength();
-  if (!str.GetPtr() || len <= 0) return;
-  void* block = kdmem::AllocFrom(allocator, static_cast<size_t>(len) + 1, 4);
-  if (!block) return;
-  m_Ptr = static_cast<wchar_t*>(block);
-  memcpy(m_Ptr, str.GetPtr(), sizeof(wchar_t) * static_cast<size_t>(len));
-  m_Ptr[len] = 0;
-  m_Length = len;
+  if (str.GetPtr() && len > 0) {
+    if (void* block = kdmem::AllocFrom(allocator, static_cast<size_t>(len) + 1, 4)) {
+      m_Ptr = static_cast<wchar_t*>(block);
+      memcpy(m_Ptr, str.GetPtr(), sizeof(wchar_t) * static_cast<size_t>(len));
+      m_Ptr[len] = 0;
+      m_Length = len;
+    }
+  }
+  if (old) kdmem::FreeTo(allocator, old);
 }
 
 void CKD_WideStringL::TrimRight(const wchar_t* targets) {

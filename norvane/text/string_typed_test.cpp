@@ -364,6 +364,42 @@ TYPED_TEST(StringTest, ConcatenationAndComparisonOperators) {
 
 // The hash against its defining recurrence h = h * factor + c (c signed, 'A'..'Z' raised by 32
 // when folding), over random text of every length up to 200, past the unrolled loop's steps.
+// Members that take text may be given the string's own text, whether its record is shared,
+// sole-owned and exactly full (growth replaces it), or sole-owned with room to spare.
+TYPED_TEST(StringTest, OwnTextAsArgument) {
+  using S = TypeParam;
+  using View = typename TestFixture::View;
+  for (int state = 0; state < 3; ++state) {
+    S s = this->M("abcdef"), other;
+    if (state == 1) s.Reserve(100);
+    if (state == 2) other = s;
+    auto part = [&s](int at, int n) { return View(Rec(s)->GetChars() + at, n); };
+    s += s;
+    EXPECT_EQ(Std(s), this->T("abcdefabcdef")) << state;
+    s += part(2, 3);
+    EXPECT_EQ(Std(s), this->T("abcdefabcdefcde")) << state;
+    if constexpr (std::is_same_v<S, CKD_ByteString>) {
+      EXPECT_EQ(s.Replace(part(0, 2), part(1, 4)), 2) << state;
+      EXPECT_EQ(Std(s), this->T("bcdecdefbcdecdefcde")) << state;
+      EXPECT_EQ(s.Replace(part(2, 2), part(0, 1)), 5) << state;  // "de" by "b"
+      EXPECT_EQ(Std(s), this->T("bcbcbfbcbcbfcb")) << state;
+    } else {  // the wide form takes terminated text: the string's own tails
+      EXPECT_EQ(s.Replace(s.c_str() + 12, s.c_str() + 13), 3) << state;  // "cde" by "de"
+      EXPECT_EQ(Std(s), this->T("abdefabdefde")) << state;
+      EXPECT_EQ(s.Replace(s.c_str() + 10, s.c_str() + 9), 3) << state;  // "de" by "fde"
+      EXPECT_EQ(Std(s), this->T("abfdefabfdeffde")) << state;
+      s = this->M("bcbcbfbcbcbfcb");
+    }
+    s = part(3, 4);
+    EXPECT_EQ(Std(s), this->T("cbfb")) << state;
+    s = S(part(1, 2)) + part(0, 2);
+    EXPECT_EQ(Std(s), this->T("bfcb")) << state;
+    if (state == 2) {
+      EXPECT_EQ(Std(other), this->T("abcdef"));
+    }
+  }
+}
+
 TYPED_TEST(StringTest, HashCode) {
   using C = typename TestFixture::C;
   using Kit = typename TestFixture::Kit;

@@ -3,28 +3,13 @@
 #include "norvane/runtime/sys_helpers.h"
 #include "norvane/text/string_l.h"
 
-namespace {
-
-// AppendContents appends from's data to to. A buffer may append itself: growing may move the
-// bytes being appended, so they are appended from where they end up.
-void AppendContents(CKD_BinaryBuf& to, const CKD_BinaryBuf& from) {
-  if (&from == &to) {
-    int size = to.GetSize();
-    if (to.ExpandBuf(size)) to.AppendBlock(to.GetBuffer(), size);
-    return;
-  }
-  to.AppendBlock(from.GetBuffer(), from.GetSize());
-}
-
-}  // namespace
-
 CKD_ByteTextBuf& CKD_ByteTextBuf::operator<<(const CKD_ByteStringC& str) {
   AppendBlock(str.GetPtr(), str.GetLength());
   return *this;
 }
 
 CKD_ByteTextBuf& CKD_ByteTextBuf::operator<<(const CKD_ByteTextBuf& buf) {
-  AppendContents(*this, buf);
+  AppendBlock(buf.GetBuffer(), buf.GetSize());  // also when buf is this buffer
   return *this;
 }
 
@@ -57,7 +42,7 @@ CKD_WideTextBuf& CKD_WideTextBuf::operator<<(const CKD_WideStringC& str) {
 }
 
 CKD_WideTextBuf& CKD_WideTextBuf::operator<<(const CKD_WideTextBuf& buf) {
-  AppendContents(*this, buf);
+  AppendBlock(buf.GetBuffer(), buf.GetSize());  // also when buf is this buffer
   return *this;
 }
 

@@ -13,8 +13,6 @@
 
 namespace nvtool {
 
-namespace {
-
 bool ParseHex(const char* text, std::vector<uint8_t>* out) {
   out->clear();
   const size_t n = std::strlen(text);
@@ -39,6 +37,8 @@ bool ParseHex(const char* text, std::vector<uint8_t>* out) {
   }
   return true;
 }
+
+namespace {
 
 bool ReadAll(int fd, std::vector<uint8_t>* out) {
   uint8_t buffer[1 << 16];

@@ -7,6 +7,8 @@
 #define NORVANE_TOOLS_NORVANE_COMMANDS_H_
 
 #include <cstddef>
+#include <cstdint>
+#include <vector>
 
 namespace nvtool {
 
@@ -30,6 +32,8 @@ void PrintUsage(bool to_stderr);
 int UsageError(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // Prints "norvane: <message>" to stderr.
 void Error(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// Parses a non-empty hex string of whole bytes (either case) into out; false when text is not one.
+bool ParseHex(const char* text, std::vector<uint8_t>* out);
 
 int RunHelp(int argc, char** argv);
 int RunVersion(int argc, char** argv);
@@ -39,6 +43,8 @@ int RunSha384Sum(int argc, char** argv);
 int RunSha512Sum(int argc, char** argv);
 int RunAesCbc(int argc, char** argv);
 int RunIconv(int argc, char** argv);
+int RunGuid(int argc, char** argv);
+int RunRandom(int argc, char** argv);
 
 }  // namespace nvtool
 

@@ -16,6 +16,8 @@ const Command kCommands[] = {
     {"sha512sum", "[-c] [FILE]...", "print or check SHA-512 digests", RunSha512Sum},
     {"aes-cbc", "-e|-d -K KEY --iv IV", "AES-CBC of stdin to stdout, no padding (hex key, IV)", RunAesCbc},
     {"iconv", "-f FROM -t TO [FILE]", "convert text between code pages, UTF-8 and UTF-16 (see iconv --help)", RunIconv},
+    {"guid", "[-n N]", "print N version-4 GUIDs (default 1)", RunGuid},
+    {"random", "[-n BYTES] [--seed HEX] [--hex]", "random bytes, reproducible from a hex seed (default 32 bytes)", RunRandom},
 };
 const size_t kCommandCount = sizeof(kCommands) / sizeof(kCommands[0]);
 

@@ -24,6 +24,13 @@ int main() {
   CKD_ByteTextBuf text;
   text << CKD_ByteStringC("n=") << 42;
   ok = ok && text.GetByteString() == CKD_ByteStringC("n=42");
+  // Time, GUIDs and the seeded generator.
+  KD_SystemTimeRec now;
+  KD_Time_GetSystemTime(&now);
+  uint8_t guid[16];
+  KD_GUID_CreateV4(guid);
+  KDPKI_RandomGenerator generator(reinterpret_cast<const uint8_t*>("abc"), 3);
+  ok = ok && now.wYear >= 2024 && (guid[6] >> 4) == 4 && generator.GetByte() == 0x51;
   // Big integers: 3^5 mod 7 through the exported exponentiation and shared constants.
   ok = ok && KDPKI_ModularExponentiation(KDPKI_HugeInt(3u), KDPKI_HugeInt(5u), KDPKI_HugeInt(7u)) ==
                  KDPKI_HugeInt::Three() + KDPKI_HugeInt::Two();
