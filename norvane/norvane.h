@@ -35,13 +35,10 @@
 
 // Cryptography.
 #include "norvane/crypto/aes.h"
-<<<<<<< HEAD
 #include "norvane/crypto/huge_int.h"
 #include "norvane/crypto/montgomery.h"
 #include "norvane/crypto/pki_words.h"
-=======
 #include "norvane/crypto/random_generator.h"
->>>>>>> main
 #include "norvane/crypto/sha.h"
 #include "norvane/crypto/smart_pointer.h"
 // Strings and text.

@@ -170,7 +170,8 @@ class NORVANE_API KDPKI_HugeInt : public CKD_Object {
   // CopyBytes); the value is non-negative. Null bytes do nothing.
   void Decode(const uint8_t* bytes, int n);
 
-  // Random draws over a KDPKI_RandomGenerator belong with the generator and are declared there.
+  // The random draws (Random) over a KDPKI_RandomGenerator belong here; they come with the prime
+  // search code, which builds on the generator.
 
   // The magnitude and sign, for code working on the words directly. After changing the words,
   // call Normalize() so that a zero value has sign 0.

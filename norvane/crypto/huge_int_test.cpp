@@ -9,8 +9,9 @@
 #include <vector>
 
 #include "norvane/crypto/montgomery.h"
-#include "norvane/crypto/pki_test_util.h"
+#include "norvane/crypto/pki_test_internal.h"
 #include "norvane/crypto/pki_words.h"
+#include "norvane/crypto/smart_pointer.h"
 #include "tests/support/test_mgr.h"
 
 namespace {
@@ -134,6 +135,15 @@ TEST(PkiWords, KernelsAgainstGmp) {
       Mpz got;
       mpz_import(got, prod.size(), -1, 4, 0, 0, prod.data());
       ASSERT_EQ(mpz_cmp(got, want), 0) << k.name << " product";
+      // A one-word value held in two words (upper word 0), as either operand: the single-word pass.
+      const uint32_t w[2] = {iter % 4 == 0 ? 0u : iter % 4 == 1 ? 1u : static_cast<uint32_t>(rng()), 0};
+      std::vector<uint32_t> short_prod(na + 2, 0xEEEEEEEEu);
+      KDPKI_Multiplication(iter % 2 ? w : a.data(), iter % 2 ? 2 : na, iter % 2 ? a.data() : w, iter % 2 ? na : 2,
+                           short_prod.data());
+      mpz_import(want, na, -1, 4, 0, 0, a.data());
+      mpz_mul_ui(want, want, w[0]);
+      mpz_import(got, short_prod.size(), -1, 4, 0, 0, short_prod.data());
+      ASSERT_EQ(mpz_cmp(got, want), 0) << "single-word product by " << w[0];
 
       std::vector<uint32_t> q(na - nb + 2), r(nb), t(na + 2 * nb + 4);
       KDPKI_DivideWords(r.data(), q.data(), t.data(), a.data(), na, b.data(), nb);
@@ -432,6 +442,13 @@ TEST(HugeInt, SharedConstants) {
   EXPECT_EQ(t.live_blocks(), 0u);
   EXPECT_EQ(KDPKI_HugeInt::Three().ConvertToLong(), 3);  // rebuilt on the next use
   KDPKI_Finalize();
+  {
+    CSmartPointer<KDPKI_HugeInt> p(new KDPKI_HugeInt(5u));
+    p.Reset(new KDPKI_HugeInt(*p * 3u));
+    EXPECT_EQ(p->ConvertToLong(), 15);
+    EXPECT_EQ(t.live_blocks(), 2u);  // the object and its words
+  }
+  EXPECT_EQ(t.live_blocks(), 0u);
   EXPECT_EQ(t.sys().bad_frees(), 0);
 }
 

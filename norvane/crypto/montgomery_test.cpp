@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "norvane/crypto/pki_test_util.h"
+#include "norvane/crypto/pki_test_internal.h"
 #include "norvane/crypto/pki_words.h"
 
 namespace {

@@ -1,7 +1,7 @@
-// Test helpers for the big-integer tests: conversion to and from GMP's mpz_t (the oracle), and
-// operands of chosen shapes drawn from a fixed-seed generator.
-#ifndef NORVANE_CRYPTO_PKI_TEST_UTIL_H_
-#define NORVANE_CRYPTO_PKI_TEST_UTIL_H_
+// Test helpers for the big-integer tests (not installed): conversion to and from GMP's mpz_t (the
+// oracle), and operands of chosen shapes drawn from a fixed-seed generator.
+#ifndef NORVANE_CRYPTO_PKI_TEST_INTERNAL_H_
+#define NORVANE_CRYPTO_PKI_TEST_INTERNAL_H_
 
 #include <gmp.h>
 
@@ -119,4 +119,4 @@ void ForEachKernels(Fn body) {
 
 }  // namespace pkitest
 
-#endif  // NORVANE_CRYPTO_PKI_TEST_UTIL_H_
+#endif  // NORVANE_CRYPTO_PKI_TEST_INTERNAL_H_
