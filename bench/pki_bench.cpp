@@ -33,9 +33,12 @@
 #include "norvane/crypto/huge_int.h"
 #include "norvane/crypto/montgomery.h"
 #include "norvane/crypto/pki_kernels_internal.h"
+#include "norvane/crypto/pki_test_internal.h"
 #include "norvane/runtime/random.h"
 
 namespace {
+
+using pkitest::Mpz;
 
 constexpr int kGuids = 1000;
 
@@ -172,42 +175,28 @@ void ModExp(benchmark::State& state, unsigned bits, int way) {
   mpz_clears(b, e, m, r, nullptr);
 }
 
-// One 2048-bit RSA key from the fixed seed: primes p, q with u = p^-1 mod q, e = 65537.
-struct RsaKey {
-  mpz_t p, q, n, e, d, dp, dq, u, iqmp, x;
-  RsaKey() {
-    mpz_inits(p, q, n, e, d, dp, dq, u, iqmp, x, nullptr);
-    mpz_set_ui(e, 65537);
-    mpz_t t, l;
-    mpz_inits(t, l, nullptr);
-    for (mpz_ptr f : {p, q}) {
-      do {
-        RandomMpz(f, 1024, true);
-        mpz_setbit(f, 1022);
-        mpz_nextprime(f, f);
-        mpz_sub_ui(t, f, 1);
-        mpz_gcd(t, t, e);
-      } while (mpz_cmp_ui(t, 1) != 0);
-    }
-    mpz_mul(n, p, q);
-    mpz_sub_ui(t, p, 1);
-    mpz_sub_ui(l, q, 1);
-    mpz_lcm(l, t, l);
-    mpz_invert(d, e, l);
-    mpz_sub_ui(t, p, 1);
-    mpz_mod(dp, d, t);
-    mpz_sub_ui(t, q, 1);
-    mpz_mod(dq, d, t);
-    mpz_invert(u, p, q);
+// One 2048-bit RSA key from a fixed seed (u = p^-1 mod q; OpenSSL's coefficient is q^-1 mod p),
+// and a message below n.
+struct RsaKey : pkitest::RsaKey {
+  Mpz iqmp, x;
+  explicit RsaKey(gmp_randstate_t state) : pkitest::RsaKey(state, 1024) {
     mpz_invert(iqmp, q, p);
-    RandomMpz(x, 2047, false);
-    mpz_clears(t, l, nullptr);
+    mpz_urandomm(x, state, n);
   }
-  ~RsaKey() { mpz_clears(p, q, n, e, d, dp, dq, u, iqmp, x, nullptr); }
+};
+
+struct SeededState {
+  gmp_randstate_t s;
+  SeededState() {
+    gmp_randinit_default(s);
+    gmp_randseed_ui(s, 20261122);
+  }
+  ~SeededState() { gmp_randclear(s); }
 };
 
 RsaKey& Key() {
-  static RsaKey key;
+  static SeededState state;
+  static RsaKey key(state.s);
   return key;
 }
 

@@ -252,72 +252,57 @@ void KDPKI_HugeInt::Power2(unsigned bits) {
 
 // ---- Addition and subtraction ----
 
-void KDPKI_HugeInt::MagnitudeAdd(KDPKI_HugeInt& sum, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b, uint32_t sign) {
+void KDPKI_HugeInt::MagnitudeAddSub(KDPKI_HugeInt& result, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b,
+                                    uint32_t sign, bool subtract) {
+  // x is the longer operand (for a difference, the larger; a smaller |a| flips the sign).
   const KDPKI_HugeInt* x = &a;
   const KDPKI_HugeInt* y = &b;
-  if (a.m_Magnitude.CountWords() < b.m_Magnitude.CountWords()) std::swap(x, y);
-  const size_t nx = x->m_Magnitude.CountWords(), ny = y->m_Magnitude.CountWords();
-  const size_t n = Even(nx + 1);
-  if (!sum.Reserve(n)) return;  // may move the words of a or b when sum is one of them
-  uint32_t* s = sum.m_Magnitude.GetWords();
-  const uint32_t* xp = x->m_Magnitude.GetWords();
-  const uint32_t* yp = y->m_Magnitude.GetWords();
-  const uint32_t carry = KDPKI_AdditionWithSameLength(s, xp, yp, ny);
-  KDPKI_Copy(s + ny, xp + ny, nx - ny);
-  KDPKI_SetWords(s + nx, 0, n - nx);
-  KDPKI_Increment(s + ny, n - ny, carry);
-  sum.m_nSign = sign;
-  sum.Normalize();
-}
-
-void KDPKI_HugeInt::MagnitudeSub(KDPKI_HugeInt& diff, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b, uint32_t sign) {
-  const int c = a.PositiveCompare(b);
-  if (c == 0) {
-    diff = 0u;
-    return;
-  }
-  const KDPKI_HugeInt* x = &a;
-  const KDPKI_HugeInt* y = &b;
-  if (c < 0) {
+  if (subtract) {
+    const int c = a.PositiveCompare(b);
+    if (c == 0) {
+      result = 0u;
+      return;
+    }
+    if (c < 0) {
+      std::swap(x, y);
+      sign ^= 1;
+    }
+  } else if (a.m_Magnitude.CountWords() < b.m_Magnitude.CountWords()) {
     std::swap(x, y);
-    sign ^= 1;
   }
   const size_t nx = x->m_Magnitude.CountWords(), ny = y->m_Magnitude.CountWords();
-  const size_t n = Even(nx);
-  if (!diff.Reserve(n)) return;
-  uint32_t* d = diff.m_Magnitude.GetWords();
+  const size_t n = Even(subtract ? nx : nx + 1);
+  if (!result.Reserve(n)) return;  // may move the words of a or b when result is one of them
+  uint32_t* r = result.m_Magnitude.GetWords();
   const uint32_t* xp = x->m_Magnitude.GetWords();
   const uint32_t* yp = y->m_Magnitude.GetWords();
-  const uint32_t borrow = KDPKI_SubstractWithSameLength(d, xp, yp, ny);
-  KDPKI_Copy(d + ny, xp + ny, nx - ny);
-  KDPKI_SetWords(d + nx, 0, n - nx);
-  KDPKI_Decrement(d + ny, nx - ny, borrow);
-  diff.m_nSign = sign;
-  diff.Normalize();
+  const uint32_t carry =
+      subtract ? KDPKI_SubstractWithSameLength(r, xp, yp, ny) : KDPKI_AdditionWithSameLength(r, xp, yp, ny);
+  KDPKI_Copy(r + ny, xp + ny, nx - ny);
+  KDPKI_SetWords(r + nx, 0, n - nx);
+  if (subtract) {
+    KDPKI_Decrement(r + ny, nx - ny, carry);
+  } else {
+    KDPKI_Increment(r + ny, n - ny, carry);
+  }
+  result.m_nSign = sign;
+  result.Normalize();
 }
 
 void KDPKI_HugeInt::Addition(KDPKI_HugeInt& sum, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b) {
-  if (a.m_nSign == b.m_nSign) {
-    MagnitudeAdd(sum, a, b, a.m_nSign);
-  } else {
-    MagnitudeSub(sum, a, b, a.m_nSign);
-  }
+  MagnitudeAddSub(sum, a, b, a.m_nSign, a.m_nSign != b.m_nSign);
 }
 
 void KDPKI_HugeInt::Substract(KDPKI_HugeInt& diff, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b) {
-  if (a.m_nSign != b.m_nSign) {
-    MagnitudeAdd(diff, a, b, a.m_nSign);
-  } else {
-    MagnitudeSub(diff, a, b, a.m_nSign);
-  }
+  MagnitudeAddSub(diff, a, b, a.m_nSign, a.m_nSign == b.m_nSign);
 }
 
 void KDPKI_HugeInt::PositiveAddition(KDPKI_HugeInt& sum, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b) {
-  MagnitudeAdd(sum, a, b, 0);
+  MagnitudeAddSub(sum, a, b, 0, false);
 }
 
 void KDPKI_HugeInt::PositiveSubstract(KDPKI_HugeInt& diff, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b) {
-  MagnitudeSub(diff, a, b, 0);
+  MagnitudeAddSub(diff, a, b, 0, true);
 }
 
 // ---- Multiplication ----
@@ -470,7 +455,7 @@ void KDPKI_HugeInt::Divide(const KDPKI_HugeInt& dividend, const KDPKI_HugeInt& d
     if (!remainder.IsZero()) {
       KDPKI_HugeInt::PositiveAddition(quotient, quotient, KDPKI_HugeInt::One());
       quotient.m_nSign = 1;
-      MagnitudeSub(remainder, *d, remainder, 0);
+      MagnitudeAddSub(remainder, *d, remainder, 0, true);
     }
   }
   if (negative_divisor) quotient.m_nSign ^= 1;

@@ -200,8 +200,10 @@ class NORVANE_API KDPKI_HugeInt : public CKD_Object {
   bool Reserve(size_t n);
   // Sets the value to the n words at src with the sign given; false when it cannot grow.
   bool Assign(const uint32_t* src, size_t n, uint32_t sign);
-  static void MagnitudeAdd(KDPKI_HugeInt& sum, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b, uint32_t sign);
-  static void MagnitudeSub(KDPKI_HugeInt& diff, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b, uint32_t sign);
+  // result = |a| + |b|, or |a| - |b| when subtract, with the sign given (flipped when the
+  // difference is negative).
+  static void MagnitudeAddSub(KDPKI_HugeInt& result, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b, uint32_t sign,
+                              bool subtract);
 
   KDPKI_IntegerBlock m_Magnitude;
   uint32_t m_nSign;  // 0: zero or positive; 1: negative

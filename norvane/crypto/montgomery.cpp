@@ -246,36 +246,41 @@ KDPKI_HugeInt KDPKI_MontgomeryRepresentation::Multiply(const KDPKI_HugeInt& a, c
   return r;
 }
 
-KDPKI_HugeInt KDPKI_MontgomeryRepresentation::Add(const KDPKI_HugeInt& a, const KDPKI_HugeInt& b) const {
-  const size_t k = m_Modulus.GetWordCount();
-  KDPKI_HugeInt r;
-  if (k && a.GetWordCount() == k && b.GetWordCount() == k) {
-    Words w(k);
-    if (!w.get()) return r;
-    const uint32_t* m = m_Modulus.Magnitude().GetWords();
-    const uint32_t carry = KDPKI_AdditionWithSameLength(w.get(), a.Magnitude().GetWords(), b.Magnitude().GetWords(), k);
-    if (carry || KDPKI_WordsCompare(w.get(), m, k) >= 0) KDPKI_SubstractWithSameLength(w.get(), w.get(), m, k);
-    Load(r, w.get(), k);
-    return r;
+namespace {
+
+// a + b or a - b over the k words of a modulus of k words (a and b of k words too): on a carry or
+// a sum >= m the sum less m, on a borrow the difference plus m, all modulo 2^(32k).
+bool SameLengthAddSub(const KDPKI_HugeInt& m, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b, bool subtract,
+                      KDPKI_HugeInt& r) {
+  const size_t k = m.GetWordCount();
+  if (!k || a.GetWordCount() != k || b.GetWordCount() != k) return false;
+  Words w(k);
+  if (!w.get()) return true;  // r stays 0
+  const uint32_t* mw = m.Magnitude().GetWords();
+  const uint32_t* aw = a.Magnitude().GetWords();
+  const uint32_t* bw = b.Magnitude().GetWords();
+  if (subtract) {
+    if (KDPKI_SubstractWithSameLength(w.get(), aw, bw, k)) KDPKI_AdditionWithSameLength(w.get(), w.get(), mw, k);
+  } else if (KDPKI_AdditionWithSameLength(w.get(), aw, bw, k) || KDPKI_WordsCompare(w.get(), mw, k) >= 0) {
+    KDPKI_SubstractWithSameLength(w.get(), w.get(), mw, k);
   }
+  Load(r, w.get(), k);
+  return true;
+}
+
+}  // namespace
+
+KDPKI_HugeInt KDPKI_MontgomeryRepresentation::Add(const KDPKI_HugeInt& a, const KDPKI_HugeInt& b) const {
+  KDPKI_HugeInt r;
+  if (SameLengthAddSub(m_Modulus, a, b, false, r)) return r;
   KDPKI_HugeInt::PositiveAddition(r, a, b);
   if (r.PositiveCompare(m_Modulus) >= 0) r -= m_Modulus;
   return r;
 }
 
 KDPKI_HugeInt KDPKI_MontgomeryRepresentation::Subtract(const KDPKI_HugeInt& a, const KDPKI_HugeInt& b) const {
-  const size_t k = m_Modulus.GetWordCount();
   KDPKI_HugeInt r;
-  if (k && a.GetWordCount() == k && b.GetWordCount() == k) {
-    Words w(k);
-    if (!w.get()) return r;
-    const uint32_t* m = m_Modulus.Magnitude().GetWords();
-    if (KDPKI_SubstractWithSameLength(w.get(), a.Magnitude().GetWords(), b.Magnitude().GetWords(), k)) {
-      KDPKI_AdditionWithSameLength(w.get(), w.get(), m, k);
-    }
-    Load(r, w.get(), k);
-    return r;
-  }
+  if (SameLengthAddSub(m_Modulus, a, b, true, r)) return r;
   return a + Inverse(b);
 }
 

@@ -193,35 +193,17 @@ TEST(Montgomery, CrtAndPlainPowers) {
   gmp_randinit_default(state);
   gmp_randseed_ui(state, 15);
   for (unsigned bits : {64u, 512u, 1024u}) {
-    Mpz p, q, n, e, d, l, t, dp, dq, u, x;
-    mpz_set_ui(e, 65537);
-    for (mpz_ptr f : {p.v, q.v}) {
-      do {
-        mpz_urandomb(f, state, bits);
-        mpz_setbit(f, bits - 1);
-        mpz_nextprime(f, f);
-        mpz_sub_ui(t, f, 1);
-        mpz_gcd(t, t, e);
-      } while (mpz_cmp_ui(t, 1) != 0);
-    }
-    mpz_mul(n, p, q);
-    mpz_sub_ui(t, p, 1);
-    mpz_sub_ui(l, q, 1);
-    mpz_lcm(l, t, l);
-    mpz_invert(d, e, l);
-    mpz_sub_ui(t, p, 1);
-    mpz_mod(dp, d, t);
-    mpz_sub_ui(t, q, 1);
-    mpz_mod(dq, d, t);
-    mpz_invert(u, p, q);
-    mpz_urandomm(x, state, n);
-    const KDPKI_HugeInt hx = FromMpz(x), hd = FromMpz(d), hn = FromMpz(n), hp = FromMpz(p), hq = FromMpz(q);
+    const pkitest::RsaKey key(state, bits);
+    Mpz x;
+    mpz_urandomm(x, state, key.n);
+    const KDPKI_HugeInt hx = FromMpz(x), hn = FromMpz(key.n), hp = FromMpz(key.p), hq = FromMpz(key.q),
+                        hu = FromMpz(key.u), hd = FromMpz(key.d);
     const KDPKI_HugeInt want = KDPKI_ModularExponentiation(hx, hd, hn);
-    EXPECT_EQ(KDPKI_ModularExponentiation_Fast(hx, FromMpz(dp), FromMpz(dq), hp, hq, FromMpz(u)), want) << bits;
-    EXPECT_EQ(KDPKI_CRT(want % hp, hp, want % hq, hq, FromMpz(u)), want);
+    EXPECT_EQ(KDPKI_ModularExponentiation_Fast(hx, FromMpz(key.dp), FromMpz(key.dq), hp, hq, hu), want) << bits;
+    EXPECT_EQ(KDPKI_CRT(want % hp, hp, want % hq, hq, hu), want);
     // e and d agree: decrypting an encryption gives the message back.
-    EXPECT_EQ(KDPKI_ModularExponentiation(want, FromMpz(e), hn), hx);
-    EXPECT_EQ(FromMpz(e).InverseMod(FromMpz(l)), FromMpz(d));
+    EXPECT_EQ(KDPKI_ModularExponentiation(want, FromMpz(key.e), hn), hx);
+    EXPECT_EQ(FromMpz(key.e).InverseMod(FromMpz(key.lambda)), hd);
   }
   gmp_randclear(state);
   Mpz want;

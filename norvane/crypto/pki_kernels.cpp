@@ -14,6 +14,7 @@ namespace kdpki {
 namespace {
 
 #define KDPKI_INLINE inline __attribute__((always_inline))
+#define KDPKI_LAMBDA_INLINE __attribute__((always_inline))
 
 // A 64-bit limb read from two 32-bit words in place: may alias them, needs only word alignment.
 typedef uint64_t Limb64Alias __attribute__((__may_alias__, __aligned__(4)));
@@ -193,29 +194,42 @@ struct Ops {
     return acc.Shift();
   }
 
-  // kN > 0 fixes the limb count at compile time so that the columns unroll completely.
+  // A Montgomery product over n limbs of m: low(acc, q, k) sums column k < n and fixes q[k], then
+  // high(acc, q, k) sums the columns of result limbs t[0 .. n - 2]. kN > 0 fixes n at compile time
+  // so that the columns unroll completely.
+  template <size_t kN, class Low, class High>
+  static KDPKI_INLINE void Montgomery(uint32_t* r32, const uint32_t* m32, size_t n32, uint32_t* scratch, Low low,
+                                      High high) {
+    const A* m = reinterpret_cast<const A*>(m32);
+    A* q = reinterpret_cast<A*>(scratch);
+    const size_t n = kN ? kN : n32 / kWords;
+    A* t = q + n;
+    Acc acc;
+    if (kN) {
+#pragma GCC unroll 16
+      for (size_t k = 0; k < kN; ++k) low(acc, q, k);
+#pragma GCC unroll 16
+      for (size_t k = kN; k + 1 < 2 * kN; ++k) t[k - kN] = high(acc, q, k);
+    } else {
+      for (size_t k = 0; k < n; ++k) low(acc, q, k);
+      for (size_t k = n; k + 1 < 2 * n; ++k) t[k - n] = high(acc, q, k);
+    }
+    t[n - 1] = acc.c0;
+    Finish(reinterpret_cast<A*>(r32), t, acc.c1, m, n);
+  }
+
   template <size_t kN>
   static void MontMul(uint32_t* r32, const uint32_t* a32, const uint32_t* b32, const uint32_t* m32, uint64_t n0_64,
                       size_t n32, uint32_t* scratch) {
     const A* a = reinterpret_cast<const A*>(a32);
     const A* b = reinterpret_cast<const A*>(b32);
     const A* m = reinterpret_cast<const A*>(m32);
-    A* q = reinterpret_cast<A*>(scratch);
     const size_t n = kN ? kN : n32 / kWords;
-    A* t = q + n;
     const L n0 = static_cast<L>(n0_64);
-    Acc acc;
-    if (kN) {
-#pragma GCC unroll 16
-      for (size_t k = 0; k < kN; ++k) MulLowColumn(acc, a, b, q, m, n0, k);
-#pragma GCC unroll 16
-      for (size_t k = kN; k + 1 < 2 * kN; ++k) t[k - kN] = MulHighColumn(acc, a, b, q, m, kN, k);
-    } else {
-      for (size_t k = 0; k < n; ++k) MulLowColumn(acc, a, b, q, m, n0, k);
-      for (size_t k = n; k + 1 < 2 * n; ++k) t[k - n] = MulHighColumn(acc, a, b, q, m, n, k);
-    }
-    t[n - 1] = acc.c0;
-    Finish(reinterpret_cast<A*>(r32), t, acc.c1, m, n);
+    Montgomery<kN>(
+        r32, m32, n32, scratch,
+        [&](Acc& acc, A* q, size_t k) KDPKI_LAMBDA_INLINE { MulLowColumn(acc, a, b, q, m, n0, k); },
+        [&](Acc& acc, A* q, size_t k) KDPKI_LAMBDA_INLINE { return MulHighColumn(acc, a, b, q, m, n, k); });
   }
 
   // Column k of a Montgomery square, terms with both indexes in [lo, k - lo]: the products
@@ -254,22 +268,12 @@ struct Ops {
                       uint32_t* scratch) {
     const A* a = reinterpret_cast<const A*>(a32);
     const A* m = reinterpret_cast<const A*>(m32);
-    A* q = reinterpret_cast<A*>(scratch);
     const size_t n = kN ? kN : n32 / kWords;
-    A* t = q + n;
     const L n0 = static_cast<L>(n0_64);
-    Acc acc;
-    if (kN) {
-#pragma GCC unroll 16
-      for (size_t k = 0; k < kN; ++k) SquareLowColumn(acc, a, q, m, n0, k);
-#pragma GCC unroll 16
-      for (size_t k = kN; k + 1 < 2 * kN; ++k) t[k - kN] = SquareHighColumn(acc, a, q, m, kN, k);
-    } else {
-      for (size_t k = 0; k < n; ++k) SquareLowColumn(acc, a, q, m, n0, k);
-      for (size_t k = n; k + 1 < 2 * n; ++k) t[k - n] = SquareHighColumn(acc, a, q, m, n, k);
-    }
-    t[n - 1] = acc.c0;
-    Finish(reinterpret_cast<A*>(r32), t, acc.c1, m, n);
+    Montgomery<kN>(
+        r32, m32, n32, scratch,
+        [&](Acc& acc, A* q, size_t k) KDPKI_LAMBDA_INLINE { SquareLowColumn(acc, a, q, m, n0, k); },
+        [&](Acc& acc, A* q, size_t k) KDPKI_LAMBDA_INLINE { return SquareHighColumn(acc, a, q, m, n, k); });
   }
   static KDPKI_INLINE void SquareLowColumn(Acc& acc, const A* a, A* q, const A* m, L n0, size_t k) {
     SquareReduceColumn(acc, a, q, m, 0, k);

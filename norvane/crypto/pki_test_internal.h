@@ -28,17 +28,11 @@ struct Mpz {
   ~Mpz() { mpz_clear(v); }
   Mpz(const Mpz&) = delete;
   Mpz& operator=(const Mpz&) = delete;
-  operator mpz_ptr() { return v; }  // NOLINT(google-explicit-constructor)
+  operator mpz_ptr() { return v; }               // NOLINT(google-explicit-constructor)
+  operator mpz_srcptr() const { return v; }      // NOLINT(google-explicit-constructor)
   // GMP's macros (mpz_sgn and others) reach into the record.
   __mpz_struct* operator->() { return v; }
-  std::string Hex() const {
-    char* s = mpz_get_str(nullptr, 16, v);
-    std::string r(s);
-    void (*free_fn)(void*, size_t);
-    mp_get_memory_functions(nullptr, nullptr, &free_fn);
-    free_fn(s, r.size() + 1);
-    return r;
-  }
+  std::string Hex() const;
 };
 
 // The value of z, with extra zero words above it (sizes the kernels must ignore).
@@ -55,8 +49,7 @@ inline KDPKI_HugeInt FromMpz(const mpz_t z, int extra_words = 0) {
 }
 
 // Hex of a value through GMP, for messages and comparisons.
-inline std::string Hex(const KDPKI_HugeInt& x) { return Mpz(x).Hex(); }
-inline std::string Hex(mpz_t z) {
+inline std::string Hex(const mpz_t z) {
   char* s = mpz_get_str(nullptr, 16, z);
   std::string r(s);
   void (*free_fn)(void*, size_t);
@@ -64,6 +57,8 @@ inline std::string Hex(mpz_t z) {
   free_fn(s, r.size() + 1);
   return r;
 }
+inline std::string Mpz::Hex() const { return pkitest::Hex(v); }
+inline std::string Hex(const KDPKI_HugeInt& x) { return Mpz(x).Hex(); }
 
 }  // namespace pkitest
 
@@ -104,6 +99,35 @@ inline void Make(mpz_t z, std::mt19937_64& rng, unsigned bits, Shape shape) {
 inline std::vector<unsigned> EdgeBits() {
   return {0, 1, 2, 31, 32, 33, 63, 64, 65, 95, 96, 97, 127, 128, 129, 255, 256, 511, 512, 1023, 1024, 2047, 2048, 4096};
 }
+
+// An RSA key of two primes of bits bits each, drawn from state: n = p q, e = 65537,
+// d = e^-1 mod lcm(p - 1, q - 1) (lambda), dp = d mod (p - 1), dq = d mod (q - 1), u = p^-1 mod q.
+struct RsaKey {
+  Mpz p, q, n, e, d, lambda, dp, dq, u;
+  RsaKey(gmp_randstate_t state, unsigned bits) {
+    Mpz t;
+    mpz_set_ui(e, 65537);
+    for (mpz_ptr f : {p.v, q.v}) {
+      do {
+        mpz_urandomb(f, state, bits);
+        mpz_setbit(f, bits - 1);
+        mpz_setbit(f, bits - 2);
+        mpz_nextprime(f, f);
+        mpz_sub_ui(t, f, 1);
+        mpz_gcd(t, t, e);
+      } while (mpz_cmp_ui(t, 1) != 0);
+    }
+    mpz_mul(n, p, q);
+    mpz_sub_ui(t, p, 1);
+    mpz_sub_ui(lambda, q, 1);
+    mpz_lcm(lambda, t, lambda);
+    mpz_invert(d, e, lambda);
+    mpz_mod(dp, d, t);
+    mpz_sub_ui(t, q, 1);
+    mpz_mod(dq, d, t);
+    mpz_invert(u, p, q);
+  }
+};
 
 // Runs body once with every kernel variant built here, the variant selected for the whole library.
 template <class Fn>
