@@ -235,7 +235,9 @@ KDPKI_HugeInt KDPKI_MontgomeryRepresentation::Multiply(const KDPKI_HugeInt& a, c
     Load(r, out, n);
     return r;
   }
-  // Any operands: the product cut to 2N words, then the reduction as defined.
+  // Any operands: the product cut to 2N words, then the reduction as defined. The buffer holds at
+  // least 2N words: the reduction reads 2N, more than a product of short operands fills, and reading
+  // past a shorter buffer would leave the memory it owns (the words beyond the product read 0).
   const size_t na = a.GetWordCount(), nb = b.GetWordCount();
   const size_t len = 2 * (na + nb) > 2 * n ? 2 * (na + nb) : 2 * n;
   Words t(len), out(n);

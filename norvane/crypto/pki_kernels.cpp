@@ -120,19 +120,39 @@ struct Ops {
     return true;
   }
 
+  // Column k of a product, lo <= i <= hi: two carry chains (alternate terms) that merge at the end.
+  static KDPKI_INLINE L MulColumn(Acc& acc, const A* a, const A* b, size_t lo, size_t hi, size_t k) {
+    Acc odd;
+    size_t i = lo;
+#pragma GCC unroll 16
+    for (; i + 1 <= hi; i += 2) {
+      acc.Mac(a[i], b[k - i]);
+      odd.Mac(a[i + 1], b[k - i - 1]);
+    }
+    if (i == hi) acc.Mac(a[i], b[k - i]);
+    acc.Add(odd);
+    return acc.Shift();
+  }
+
+  // kN > 0: both operands have kN limbs, fixed at compile time so that the columns unroll.
+  template <size_t kN>
   static void Mul(uint32_t* r32, const uint32_t* a32, size_t na32, const uint32_t* b32, size_t nb32) {
     A* r = reinterpret_cast<A*>(r32);
     const A* a = reinterpret_cast<const A*>(a32);
     const A* b = reinterpret_cast<const A*>(b32);
-    const size_t na = na32 / kWords, nb = nb32 / kWords;
+    const size_t na = kN ? kN : na32 / kWords, nb = kN ? kN : nb32 / kWords;
     Acc acc;
-    for (size_t k = 0; k + 1 < na + nb; ++k) {
-      const size_t lo = k >= nb ? k - nb + 1 : 0;
-      const size_t hi = k < na ? k : na - 1;
-      for (size_t i = lo; i <= hi; ++i) acc.Mac(a[i], b[k - i]);
-      r[k] = acc.Shift();
+    if (kN) {
+#pragma GCC unroll 32
+      for (size_t k = 0; k + 1 < 2 * kN; ++k) r[k] = MulColumn(acc, a, b, k >= kN ? k - kN + 1 : 0, k < kN ? k : kN - 1, k);
+    } else {
+      for (size_t k = 0; k + 1 < na + nb; ++k) r[k] = MulColumn(acc, a, b, k >= nb ? k - nb + 1 : 0, k < na ? k : na - 1, k);
     }
     r[na + nb - 1] = acc.c0;
+  }
+  static void MulAny(uint32_t* r, const uint32_t* a, size_t na, const uint32_t* b, size_t nb) {
+    if (na == 16 * kWords && nb == na) return Mul<16>(r, a, na, b, nb);
+    Mul<0>(r, a, na, b, nb);
   }
 
   // Column k of a square: twice the products a[i] * a[k - i] for i < k - i, plus a[k/2]^2.
@@ -359,10 +379,10 @@ struct Ops {
 };
 
 // The portable division is the two-word-digit method of KDPKI_DivideWords itself.
-const Kernels kWord32 = {"word32",         &Ops<uint32_t>::Mul,    &Ops<uint32_t>::Sqr,
+const Kernels kWord32 = {"word32",         &Ops<uint32_t>::Mul<0>,    &Ops<uint32_t>::Sqr,
                          &Ops<uint32_t>::MontMul<0>, &Ops<uint32_t>::MontSqr<0>, &DivideWordsPortable};
 #if defined(__SIZEOF_INT128__)
-const Kernels kLimb64 = {"limb64",         &Ops<uint64_t>::Mul,    &Ops<uint64_t>::Sqr,
+const Kernels kLimb64 = {"limb64",         &Ops<uint64_t>::MulAny,    &Ops<uint64_t>::Sqr,
                          &Ops<uint64_t>::MontMulAny, &Ops<uint64_t>::MontSqrAny, &Ops<uint64_t>::Div};
 const Kernels* g_active = &kLimb64;
 #else
