@@ -106,6 +106,15 @@ TEST(PkiWords, AtomicDivision) {
     KDPKI_AtomicMultiply(c, bw, q);
     KDPKI_AtomicMultiplyBottom(c, bw, q);
     ASSERT_EQ(c[0] | (static_cast<uint64_t>(c[1]) << 32), static_cast<uint64_t>(b * (num / b)));
+    // The accumulating forms: c += a * b over four words, and over the low two.
+    const unsigned __int128 c0 = (static_cast<unsigned __int128>(rng()) << 64) | rng();
+    uint32_t acc[4];
+    for (int j = 0; j < 4; ++j) acc[j] = static_cast<uint32_t>(c0 >> (32 * j));
+    KDPKI_AtomicMultiplyAdd(acc, bw, q);
+    const unsigned __int128 sum = c0 + static_cast<unsigned __int128>(b) * static_cast<uint64_t>(num / b);
+    for (int j = 0; j < 4; ++j) ASSERT_EQ(acc[j], static_cast<uint32_t>(sum >> (32 * j)));
+    KDPKI_AtomicMultiplyBottomAdd(acc, bw, q);
+    ASSERT_EQ(acc[0] | (static_cast<uint64_t>(acc[1]) << 32), static_cast<uint64_t>(sum) + b * static_cast<uint64_t>(num / b));
     if (b & 1) {
       KDPKI_AtomicInverseModPower2(c, bw);
       ASSERT_EQ((c[0] | (static_cast<uint64_t>(c[1]) << 32)) * b, 1u);
