@@ -12,9 +12,11 @@
 // Containers.
 #include "norvane/containers/array.h"
 #include "norvane/containers/basic_array.h"
+#include "norvane/containers/compact_map.h"
 #include "norvane/containers/map_bytestring_to_ptr.h"
 #include "norvane/containers/map_ptr_to_ptr.h"
 #include "norvane/containers/plex.h"
+#include "norvane/containers/segmented_array.h"
 
 // Runtime services.
 #include "norvane/runtime/context.h"
@@ -26,11 +28,16 @@
 #include "norvane/runtime/system_time.h"
 
 // Streams.
+#include "norvane/streams/archive.h"
+#include "norvane/streams/base64.h"
+#include "norvane/streams/bit_stream.h"
 #include "norvane/streams/cache_streams.h"
 #include "norvane/streams/file_access.h"
 #include "norvane/streams/file_cache.h"
 #include "norvane/streams/file_stream.h"
+#include "norvane/streams/folder.h"
 #include "norvane/streams/memory_stream.h"
+#include "norvane/streams/mmap_file.h"
 #include "norvane/streams/stream.h"
 
 // Cryptography.

@@ -45,6 +45,7 @@ int RunAesCbc(int argc, char** argv);
 int RunIconv(int argc, char** argv);
 int RunGuid(int argc, char** argv);
 int RunRandom(int argc, char** argv);
+int RunBase64(int argc, char** argv);
 
 }  // namespace nvtool
 

@@ -18,6 +18,7 @@ const Command kCommands[] = {
     {"iconv", "-f FROM -t TO [FILE]", "convert text between code pages, UTF-8 and UTF-16 (see iconv --help)", RunIconv},
     {"guid", "[-n N]", "print N version-4 GUIDs (default 1)", RunGuid},
     {"random", "[-n BYTES] [--seed HEX] [--hex]", "random bytes, reproducible from a hex seed (default 32 bytes)", RunRandom},
+    {"base64", "[-d] [FILE]", "encode to or decode from Base64 on one line (see base64 --help)", RunBase64},
 };
 const size_t kCommandCount = sizeof(kCommands) / sizeof(kCommands[0]);
 
