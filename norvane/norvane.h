@@ -42,8 +42,12 @@
 
 // Cryptography.
 #include "norvane/crypto/aes.h"
+#include "norvane/crypto/huge_int.h"
+#include "norvane/crypto/montgomery.h"
+#include "norvane/crypto/pki_words.h"
 #include "norvane/crypto/random_generator.h"
 #include "norvane/crypto/sha.h"
+#include "norvane/crypto/smart_pointer.h"
 // Strings and text.
 #include "norvane/text/binary_buf.h"
 #include "norvane/text/byte_string.h"

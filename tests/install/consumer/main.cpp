@@ -49,6 +49,10 @@ int main() {
   text << CKD_ByteStringC(" x=") << 0.1;
   ok = ok && text.GetByteString() == CKD_ByteStringC("n=42 x=0.1") && KD_atof("--2.5") == -2.5f &&
        KD_EncodeURI(L"a \u00E9") == "a%20%C3%A9";
+  // Big integers: 3^5 mod 7 through the exported exponentiation and shared constants.
+  ok = ok && KDPKI_ModularExponentiation(KDPKI_HugeInt(3u), KDPKI_HugeInt(5u), KDPKI_HugeInt(7u)) ==
+                 KDPKI_HugeInt::Three() + KDPKI_HugeInt::Two();
+  KDPKI_Finalize();
   std::printf(ok ? "consumer ok\n" : "consumer FAILED\n");
   return ok ? 0 : 1;
 }
