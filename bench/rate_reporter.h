@@ -1,5 +1,5 @@
-// RateReporter: Google Benchmark's console table, keeping each run's bytes per second by name so
-// that a program can print its ratios against the peers after the table (in Finalize).
+// RateReporter: Google Benchmark's console table, keeping each run's bytes (or items) per second
+// by name so that a program can print its ratios against the peers after the table (in Finalize).
 #ifndef NORVANE_BENCH_RATE_REPORTER_H_
 #define NORVANE_BENCH_RATE_REPORTER_H_
 
@@ -13,8 +13,10 @@ class RateReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      auto it = run.counters.find("bytes_per_second");
-      if (it != run.counters.end()) rates_[run.benchmark_name()] = it->second.value;
+      for (const char* counter : {"bytes_per_second", "items_per_second"}) {
+        auto it = run.counters.find(counter);
+        if (it != run.counters.end()) rates_[run.benchmark_name()] = it->second.value;
+      }
     }
     ConsoleReporter::ReportRuns(runs);
   }

@@ -42,8 +42,12 @@
 
 // Cryptography.
 #include "norvane/crypto/aes.h"
+#include "norvane/crypto/huge_int.h"
+#include "norvane/crypto/montgomery.h"
+#include "norvane/crypto/pki_words.h"
 #include "norvane/crypto/random_generator.h"
 #include "norvane/crypto/sha.h"
+#include "norvane/crypto/smart_pointer.h"
 // Strings and text.
 #include "norvane/text/binary_buf.h"
 #include "norvane/text/byte_string.h"
@@ -51,9 +55,11 @@
 #include "norvane/text/charset.h"
 #include "norvane/text/code_page.h"
 #include "norvane/text/code_page_convert.h"
+#include "norvane/text/number_text.h"
 #include "norvane/text/string_buf.h"
 #include "norvane/text/string_l.h"
 #include "norvane/text/text_buf.h"
+#include "norvane/text/url_text.h"
 #include "norvane/text/utf16.h"
 #include "norvane/text/utf8.h"
 #include "norvane/text/utf8_coder.h"

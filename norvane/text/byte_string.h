@@ -302,6 +302,9 @@ class NORVANE_API CKD_ByteString {
   static CKD_ByteString FormatInteger(int value, unsigned flags = 0);
   // FormatInteger64 prints value in signed decimal.
   static CKD_ByteString FormatInteger64(long long value);
+  // FormatFloat prints value with KD_ftoa_s(value, buffer, precision) (number_text.h): at most
+  // precision digits after the '.', the shortest text that reads back when precision is 0.
+  static CKD_ByteString FormatFloat(float value, int precision = 0);
   // Conversions (declared here, built with the buffers, UTF-8 and character maps).
   //
   // operator= from a buffer copies its bytes (AssignCopy).

@@ -54,6 +54,8 @@ class NORVANE_API CKD_WideStringL {
   void TrimRight(const wchar_t* targets);
   // GetInteger is KDSYS_wtoi of the text (0 when empty).
   int GetInteger() const;
+  // GetFloat is KD_wtof of the characters (number_text.h; 0 when empty).
+  float GetFloat() const;
 
   const wchar_t* GetPtr() const { return m_Ptr; }
   const wchar_t* c_str() const { return m_Ptr ? m_Ptr : L""; }

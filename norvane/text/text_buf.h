@@ -2,7 +2,7 @@
 // of text and numbers. They add no fields. A wide text buffer stores 4-byte characters; its data
 // size counts bytes, its length characters (data size / 4). Each operator appends and returns the
 // buffer; when the buffer cannot grow, nothing is appended. Numbers are written in decimal with
-// no terminator. (The double operators come with the number-text functions.)
+// no terminator.
 #ifndef NORVANE_TEXT_TEXT_BUF_H_
 #define NORVANE_TEXT_TEXT_BUF_H_
 
@@ -26,6 +26,9 @@ class NORVANE_API CKD_ByteTextBuf : public CKD_BinaryBuf {
   CKD_ByteTextBuf& operator<<(int value);
   CKD_ByteTextBuf& operator<<(unsigned int value);
   CKD_ByteTextBuf& operator<<(long long value);
+  // The value narrowed to float and written by KD_ftoa_s with precision 0 (number_text.h): the
+  // shortest text that reads back as that float.
+  CKD_ByteTextBuf& operator<<(double value);
   // operator= replaces the contents.
   CKD_ByteTextBuf& operator=(const CKD_ByteStringC& str);
 
@@ -54,6 +57,8 @@ class NORVANE_API CKD_WideTextBuf : public CKD_BinaryBuf {
   CKD_WideTextBuf& operator<<(const CKD_WideTextBuf& buf);
   // The decimal digits of value, one character per digit.
   CKD_WideTextBuf& operator<<(int value);
+  // The text of the byte buffer's operator<<(double), one character per byte.
+  CKD_WideTextBuf& operator<<(double value);
   CKD_WideTextBuf& operator=(const CKD_WideStringC& str);
 
   int GetLength() const { return GetSize() / 4; }

@@ -67,6 +67,7 @@ int RunIconv(int argc, char** argv);
 int RunGuid(int argc, char** argv);
 int RunRandom(int argc, char** argv);
 int RunBase64(int argc, char** argv);
+int RunUrl(int argc, char** argv);
 
 extern const char kHelpUsage[];
 extern const char kVersionUsage[];
@@ -79,6 +80,7 @@ extern const char kIconvUsage[];
 extern const char kGuidUsage[];
 extern const char kRandomUsage[];
 extern const char kBase64Usage[];
+extern const char kUrlUsage[];
 
 }  // namespace nvtool
 

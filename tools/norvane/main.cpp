@@ -21,6 +21,7 @@ const Command kCommands[] = {
     {"random", "[-n BYTES] [--seed HEX] [--hex]", "random bytes, reproducible from a hex seed (default 32 bytes)",
      RunRandom, kRandomUsage},
     {"base64", "[-d] [FILE]", "encode to or decode from Base64 on one line", RunBase64, kBase64Usage},
+    {"url", "MODE [TEXT]...", "percent-encode or decode URLs and URIs", RunUrl, kUrlUsage},
 };
 const size_t kCommandCount = sizeof(kCommands) / sizeof(kCommands[0]);
 
