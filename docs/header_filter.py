@@ -35,6 +35,8 @@ def escape(text):
         parts = [text.replace("`", "'")]
     for i in range(0, len(parts), 2):
         parts[i] = SPECIAL.sub(lambda m: "\\" + m.group(0), parts[i])
+        # "::name" after anything but a name asks Doxygen for a link to a global name.
+        parts[i] = re.sub(r"(?<!\w)::", r"\\::", parts[i])
     return "`".join(parts)
 
 

@@ -33,6 +33,7 @@ expect "--decrypt" aes-cbc --dec
 expect "shift_jis shift-jis" iconv -f shift
 expect "cp932 cp936" iconv --to-code = cp93
 expect "windows-1252" iconv -t windows-1252
+expect "decode decode-uri" url dec
 
 # File names where a FILE or OUTPUT is wanted, nothing for other values.
 mkdir sub && touch key.hex sub/data.bin
