@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/rate_reporter.h"
 #include "norvane/crypto/aes.h"
 #include "norvane/crypto/aes_internal.h"
 #include "norvane/crypto/sha.h"
@@ -112,15 +113,8 @@ void Cbc(benchmark::State& state, int key_bits, bool encrypt, int way) {
 const char* const kWays[] = {"norvane", "portable", "openssl"};
 
 // Prints the usual table, then each case's Norvane and portable throughput over OpenSSL's.
-class RatioReporter : public benchmark::ConsoleReporter {
+class RatioReporter : public RateReporter {
  public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      auto it = run.counters.find("bytes_per_second");
-      if (it != run.counters.end()) rates_[run.benchmark_name()] = it->second.value;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
   void Finalize() override {
     ConsoleReporter::Finalize();
     std::printf("\n%-24s %10s %10s   (throughput / OpenSSL's, same run)\n", "case", "norvane", "portable");
@@ -132,9 +126,6 @@ class RatioReporter : public benchmark::ConsoleReporter {
                   rates_[base + "/portable"] / rate);
     }
   }
-
- private:
-  std::map<std::string, double> rates_;
 };
 
 }  // namespace

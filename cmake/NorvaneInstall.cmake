@@ -7,8 +7,10 @@ set(NORVANE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Norvane)
 install(TARGETS norvane EXPORT NorvaneTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# Internal headers, the tests' helpers (*_test_*.h) and their data stay in the source tree.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/norvane/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/norvane
-  FILES_MATCHING PATTERN "*.h" PATTERN "*_internal.h" EXCLUDE)
+  FILES_MATCHING PATTERN "*.h" PATTERN "*_internal.h" EXCLUDE PATTERN "*_test_*.h" EXCLUDE
+  PATTERN "testdata" EXCLUDE)
 install(EXPORT NorvaneTargets NAMESPACE Norvane:: DESTINATION ${NORVANE_CMAKE_DIR})
 
 configure_package_config_file(cmake/NorvaneConfig.cmake.in

@@ -16,4 +16,8 @@ void KDCRT_Locale_EnterC(KDCRT_LocaleSwitch* saved);
 // KDCRT_Locale_Leave restores the thread's previous locale and frees the one created.
 void KDCRT_Locale_Leave(KDCRT_LocaleSwitch* saved);
 
+// KDCRT_StrToFloatC is strtof(text, nullptr) under the "C" locale, whatever the thread's locale
+// (plain strtof if no "C" locale object can be made). text must be terminated.
+float KDCRT_StrToFloatC(const char* text);
+
 #endif  // NORVANE_RUNTIME_KDCRT_LOCALE_INTERNAL_H_

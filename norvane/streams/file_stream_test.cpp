@@ -8,7 +8,6 @@
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
@@ -18,24 +17,13 @@
 #include "norvane/streams/file_cache.h"
 #include "norvane/streams/kdcrt_file_internal.h"
 #include "norvane/text/byte_string.h"
+#include "tests/support/temp_dir.h"
 #include "tests/support/test_mgr.h"
 #include "tests/support/vtable.h"
 
 namespace {
 
-// A temporary folder, removed with everything in it at the end of the test.
-class TempDir {
- public:
-  TempDir() {
-    char pattern[] = "/tmp/norvane_streams_XXXXXX";
-    path_ = mkdtemp(pattern);
-  }
-  ~TempDir() { std::filesystem::remove_all(path_); }
-  std::string File(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
+using kdtest::TempDir;
 
 void WriteFile(const std::string& path, const std::vector<uint8_t>& bytes) {
   std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());

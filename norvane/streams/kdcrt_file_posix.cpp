@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,9 +52,8 @@ void CKDCRT_FileAccess_Posix::Close() {
 void CKDCRT_FileAccess_Posix::Release(IKD_Allocator* allocator) { kdmem::DeleteTo(allocator, this); }
 
 long long CKDCRT_FileAccess_Posix::GetSize() const {
-  if (m_nFD < 0) return 0;
-  struct stat st;
-  return fstat(m_nFD, &st) == 0 ? static_cast<long long>(st.st_size) : 0;
+  long long size = m_nFD < 0 ? -1 : KDCRT_FD_GetSize(m_nFD);
+  return size < 0 ? 0 : size;
 }
 
 long long CKDCRT_FileAccess_Posix::GetPosition() const {
@@ -82,10 +82,40 @@ size_t CKDCRT_FileAccess_Posix::WritePos(const void* data, size_t size, long lon
   return Write(data, size);
 }
 
-bool CKDCRT_FileAccess_Posix::Flush() { return m_nFD >= 0 && fsync(m_nFD) >= 0; }
+bool CKDCRT_FileAccess_Posix::Flush() { return m_nFD >= 0 && KDCRT_FD_Sync(m_nFD); }
 
-bool CKDCRT_FileAccess_Posix::Truncate(long long size) {
-  return m_nFD >= 0 && ftruncate(m_nFD, static_cast<off_t>(size)) == 0;
+bool CKDCRT_FileAccess_Posix::Truncate(long long size) { return m_nFD >= 0 && KDCRT_FD_Truncate(m_nFD, size); }
+
+// Descriptors and mappings.
+
+int KDCRT_FD_OpenReadWrite(const char* path, int permissions) {
+  return open(path, O_RDWR | O_CREAT | O_CLOEXEC, static_cast<mode_t>(permissions));
+}
+
+void KDCRT_FD_Close(int fd) {
+  if (fd >= 0) close(fd);
+}
+
+long long KDCRT_FD_GetSize(int fd) {
+  struct stat st;
+  return fstat(fd, &st) == 0 ? static_cast<long long>(st.st_size) : -1;
+}
+
+bool KDCRT_FD_Truncate(int fd, long long size) { return ftruncate(fd, static_cast<off_t>(size)) == 0; }
+
+bool KDCRT_FD_Sync(int fd) { return fsync(fd) >= 0; }
+
+bool KDCRT_FD_Seek(int fd, long long offset) { return lseek(fd, static_cast<off_t>(offset), SEEK_SET) != -1; }
+
+long long KDCRT_FD_Write(int fd, const void* data, size_t size) { return write(fd, data, size); }
+
+void* KDCRT_MapView(int fd, long long offset, size_t length) {
+  void* view = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, static_cast<off_t>(offset));
+  return view == MAP_FAILED ? nullptr : view;
+}
+
+void KDCRT_UnmapView(void* address, size_t length) {
+  if (address) munmap(address, length);
 }
 
 // The flat interface.

@@ -68,6 +68,28 @@ int DecodeTablePage(const KD_CodePage_Entry* entry, const uint16_t* table, const
   return out;
 }
 
+// A single-byte page holds every byte's Unicode value, ASCII included, in bits 16..31 of its
+// index-1 entry (bits 0..15 are 0: no lead bytes), so the loop has no branch but the rare byte
+// without a mapping, which text mixing ASCII and other characters would otherwise mispredict.
+template <bool kWrite>
+int DecodeSingleBytePage(const KD_CodePage_Entry* entry, const uint8_t* s, int n, wchar_t* dst, int cap, bool strict,
+                         int* consumed) {
+  const uint32_t* index1 = entry->m_pCUMap->_CUMapIndex1;
+  const uint32_t defUnicode = entry->m_pHeader->m_dwDefUnicode;
+  const int limit = n < cap ? n : cap;
+  int i = 0;
+  for (; i < limit; ++i) {
+    uint32_t u = index1[s[i]] >> 16;
+    if (__builtin_expect(u == 0xFEFF, 0)) {
+      if (strict) break;
+      u = defUnicode;
+    }
+    if (kWrite) dst[i] = static_cast<wchar_t>(u);
+  }
+  *consumed = i;
+  return i;
+}
+
 int EncodeTablePage(const KD_CodePage_Entry* entry, const wchar_t* src, int n, uint8_t* dst, long long cap,
                     bool write, bool strict, int* consumed) {
   const uint32_t defCode = entry->m_pHeader->m_dwDefCharcode;
@@ -151,6 +173,16 @@ int EncodeUTF16(const wchar_t* src, int n, uint8_t* dst, long long cap, bool wri
   int i = 0;
   long long out = 0;
   for (; i < n; ++i) {
+    // Four characters of the Basic Multilingual Plane at a time.
+    while (i + 4 <= n && out + 8 <= cap &&
+           (static_cast<uint32_t>(src[i]) | static_cast<uint32_t>(src[i + 1]) | static_cast<uint32_t>(src[i + 2]) |
+            static_cast<uint32_t>(src[i + 3])) <= 0xFFFF) {
+      if (write)
+        for (int k = 0; k < 4; ++k) PutUnit(dst + out + 2 * k, static_cast<uint32_t>(src[i + k]), big);
+      i += 4;
+      out += 8;
+    }
+    if (i >= n) break;
     uint32_t c = static_cast<uint32_t>(src[i]);
     if (c > 0x10FFFF) {
       if (strict) break;
@@ -205,7 +237,10 @@ int KD_DecodeString(uint16_t codePage, const char* src, int* srcLen, wchar_t* ds
   int out;
   if (entry) {
     const uint16_t* table = entry->m_pHeader->m_bHasLeadByte ? kdtext::DecodeTable(entry) : nullptr;
-    if (table)
+    if (!entry->m_pHeader->m_bHasLeadByte)
+      out = write ? DecodeSingleBytePage<true>(entry, s, *srcLen, dst, cap, strict, &consumed)
+                  : DecodeSingleBytePage<false>(entry, s, *srcLen, nullptr, cap, strict, &consumed);
+    else if (table)
       out = write ? DecodeTablePage<true, true>(entry, table, s, *srcLen, dst, cap, strict, &consumed)
                   : DecodeTablePage<false, true>(entry, table, s, *srcLen, nullptr, cap, strict, &consumed);
     else

@@ -2,7 +2,7 @@
 // of text and numbers. They add no fields. A wide text buffer stores 4-byte characters; its data
 // size counts bytes, its length characters (data size / 4). Each operator appends and returns the
 // buffer; when the buffer cannot grow, nothing is appended. Numbers are written in decimal with
-// no terminator. (The double operators come with the number-text functions.)
+// no terminator.
 #ifndef NORVANE_TEXT_TEXT_BUF_H_
 #define NORVANE_TEXT_TEXT_BUF_H_
 
@@ -15,6 +15,8 @@
 
 class CKD_WideStringL;
 
+// CKD_ByteTextBuf appends byte text and decimal numbers to a CKD_BinaryBuf; an append that cannot
+// grow the buffer adds nothing.
 class NORVANE_API CKD_ByteTextBuf : public CKD_BinaryBuf {
  public:
   explicit CKD_ByteTextBuf(IKD_Allocator* allocator = nullptr) : CKD_BinaryBuf(allocator) {}
@@ -24,12 +26,17 @@ class NORVANE_API CKD_ByteTextBuf : public CKD_BinaryBuf {
   CKD_ByteTextBuf& operator<<(int value);
   CKD_ByteTextBuf& operator<<(unsigned int value);
   CKD_ByteTextBuf& operator<<(long long value);
+  // The value narrowed to float and written by KD_ftoa_s with precision 0 (number_text.h): the
+  // shortest text that reads back as that float.
+  CKD_ByteTextBuf& operator<<(double value);
   // operator= replaces the contents.
   CKD_ByteTextBuf& operator=(const CKD_ByteStringC& str);
 
   int GetLength() const { return GetSize(); }
 };
 
+// CKD_WideTextBuf appends wide text (4 bytes a character) and decimal numbers to a
+// CKD_BinaryBuf; an append that cannot grow the buffer adds nothing.
 class NORVANE_API CKD_WideTextBuf : public CKD_BinaryBuf {
  public:
   explicit CKD_WideTextBuf(IKD_Allocator* allocator = nullptr) : CKD_BinaryBuf(allocator) {}
@@ -50,6 +57,8 @@ class NORVANE_API CKD_WideTextBuf : public CKD_BinaryBuf {
   CKD_WideTextBuf& operator<<(const CKD_WideTextBuf& buf);
   // The decimal digits of value, one character per digit.
   CKD_WideTextBuf& operator<<(int value);
+  // The text of the byte buffer's operator<<(double), one character per byte.
+  CKD_WideTextBuf& operator<<(double value);
   CKD_WideTextBuf& operator=(const CKD_WideStringC& str);
 
   int GetLength() const { return GetSize() / 4; }

@@ -208,6 +208,8 @@ class NORVANE_API CKD_WideString {
 
   // GetInteger is KDSYS_wtoi of the text (0 for a null string).
   int GetInteger() const;
+  // GetFloat is KD_wtof of the characters (number_text.h; 0 for a null string).
+  float GetFloat() const;
 
   // Format prints like vswprintf under the calling thread's current locale, into a buffer sized
   // from the format beforehand ("Bad width" / "Bad precision" for a width or precision above

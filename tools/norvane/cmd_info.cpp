@@ -31,9 +31,23 @@ const char* Architecture() {
 
 }  // namespace
 
+const char kHelpUsage[] =
+    "Usage: norvane help [COMMAND]\n"
+    "Lists the commands, or prints the usage of COMMAND (as 'norvane COMMAND --help' does).\n";
+
+const char kVersionUsage[] =
+    "Usage: norvane version\n"
+    "Prints the version, the build type, the compiler and the processor features the library detects.\n";
+
 int RunHelp(int argc, char** argv) {
-  if (argc > 1) return UsageError("help: unexpected argument '%s'", argv[1]);
-  PrintUsage(false);
+  if (argc > 2) return UsageError("help: unexpected argument '%s'", argv[2]);
+  if (argc == 1) {
+    PrintUsage();
+    return kExitOk;
+  }
+  const Command* command = FindCommand(argv[1]);
+  if (!command) return UsageError("help: unknown command '%s'", argv[1]);
+  PrintCommandUsage(*command);
   return kExitOk;
 }
 

@@ -13,6 +13,18 @@
 
 namespace nvtool {
 
+const char kGuidUsage[] =
+    "Usage: norvane guid [-n N]\n"
+    "Prints N version-4 GUIDs (default 1), one per line, as the 8-4-4-4-12 lowercase hex of their\n"
+    "16 bytes in order.\n";
+
+const char kRandomUsage[] =
+    "Usage: norvane random [-n BYTES] [--seed HEX] [--hex]\n"
+    "Writes BYTES (default 32) bytes of the key-generation generator to standard output, raw or, with\n"
+    "--hex, as one line of lowercase hex. With --seed the bytes are a fixed function of the seed\n"
+    "bytes; without it the generator starts from a 32-bit system seed, so the output is not fit for\n"
+    "secrets.\n";
+
 namespace {
 
 // A count of at most 2^48: decimal digits only.

@@ -1,4 +1,5 @@
 // norvane <command> [args]: dispatches to the command table.
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -8,22 +9,37 @@
 namespace nvtool {
 
 const Command kCommands[] = {
-    {"help", "", "show this help", RunHelp},
-    {"version", "", "show the version, build, compiler and detected processor features", RunVersion},
-    {"sha1sum", "[-c] [FILE]...", "print or check SHA-1 digests", RunSha1Sum},
-    {"sha256sum", "[-c] [FILE]...", "print or check SHA-256 digests", RunSha256Sum},
-    {"sha384sum", "[-c] [FILE]...", "print or check SHA-384 digests", RunSha384Sum},
-    {"sha512sum", "[-c] [FILE]...", "print or check SHA-512 digests", RunSha512Sum},
-    {"aes-cbc", "-e|-d -K KEY --iv IV", "AES-CBC of stdin to stdout, no padding (hex key, IV)", RunAesCbc},
-    {"iconv", "-f FROM -t TO [FILE]", "convert text between code pages, UTF-8 and UTF-16 (see iconv --help)", RunIconv},
-    {"guid", "[-n N]", "print N version-4 GUIDs (default 1)", RunGuid},
-    {"random", "[-n BYTES] [--seed HEX] [--hex]", "random bytes, reproducible from a hex seed (default 32 bytes)", RunRandom},
+    {"help", "[COMMAND]", "show this help, or the usage of a command", RunHelp, kHelpUsage},
+    {"version", "", "show the version, build, compiler and detected processor features", RunVersion, kVersionUsage},
+    {"sha1sum", "[OPTION]... [FILE]...", "print or check SHA-1 digests", RunSha1Sum, kSha1SumUsage},
+    {"sha256sum", "[OPTION]... [FILE]...", "print or check SHA-256 digests", RunSha256Sum, kSha256SumUsage},
+    {"sha384sum", "[OPTION]... [FILE]...", "print or check SHA-384 digests", RunSha384Sum, kSha384SumUsage},
+    {"sha512sum", "[OPTION]... [FILE]...", "print or check SHA-512 digests", RunSha512Sum, kSha512SumUsage},
+    {"aes-cbc", "-e|-d KEY IV [--pad]", "AES-CBC of stdin to stdout", RunAesCbc, kAesCbcUsage},
+    {"iconv", "-f FROM -t TO [FILE]...", "convert text between code pages, UTF-8 and UTF-16", RunIconv, kIconvUsage},
+    {"guid", "[-n N]", "print N version-4 GUIDs (default 1)", RunGuid, kGuidUsage},
+    {"random", "[-n BYTES] [--seed HEX] [--hex]", "random bytes, reproducible from a hex seed (default 32 bytes)",
+     RunRandom, kRandomUsage},
+    {"base64", "[-d] [FILE]", "encode to or decode from Base64 on one line", RunBase64, kBase64Usage},
+    {"url", "MODE [TEXT]...", "percent-encode or decode URLs and URIs", RunUrl, kUrlUsage},
 };
 const size_t kCommandCount = sizeof(kCommands) / sizeof(kCommands[0]);
 
-void PrintUsage(bool to_stderr) {
-  FILE* out = to_stderr ? stderr : stdout;
-  std::fprintf(out, "Usage: norvane <command> [args]\n\nCommands:\n");
+namespace {
+
+const Command* g_running = nullptr;  // the command whose usage errors point to its help
+
+}  // namespace
+
+const Command* FindCommand(const char* name) {
+  for (size_t i = 0; i < kCommandCount; ++i) {
+    if (std::strcmp(name, kCommands[i].name) == 0) return &kCommands[i];
+  }
+  return nullptr;
+}
+
+void PrintUsage() {
+  std::printf("Usage: norvane <command> [args]\n\nCommands:\n");
   // The synopses line up in one column, as wide as the longest.
   int width = 0;
   for (size_t i = 0; i < kCommandCount; ++i) {
@@ -33,9 +49,18 @@ void PrintUsage(bool to_stderr) {
   for (size_t i = 0; i < kCommandCount; ++i) {
     char left[128];
     std::snprintf(left, sizeof left, "%s %s", kCommands[i].name, kCommands[i].args);
-    std::fprintf(out, "  %-*s  %s\n", width, left, kCommands[i].summary);
+    std::printf("  %-*s  %s\n", width, left, kCommands[i].summary);
   }
-  std::fprintf(out, "\n--help and --version are the help and version commands.\n");
+  std::printf("\n'norvane help COMMAND' or 'norvane COMMAND --help' shows the usage of a command.\n"
+              "--help and --version are the help and version commands.\n");
+}
+
+void PrintCommandUsage(const Command& command) {
+  if (command.usage) {
+    std::fputs(command.usage, stdout);
+  } else {
+    std::printf("Usage: norvane %s %s\n%s\n", command.name, command.args, command.summary);
+  }
 }
 
 static void VError(const char* format, va_list args) {
@@ -56,7 +81,11 @@ int UsageError(const char* format, ...) {
   va_start(args, format);
   VError(format, args);
   va_end(args);
-  PrintUsage(true);
+  if (g_running) {
+    std::fprintf(stderr, "Try 'norvane help %s'.\n", g_running->name);
+  } else {
+    std::fputs("Try 'norvane help'.\n", stderr);
+  }
   return kExitUsage;
 }
 
@@ -68,15 +97,25 @@ int main(int argc, char** argv) {
   const char* name = argv[1];
   if (std::strcmp(name, "--help") == 0 || std::strcmp(name, "-h") == 0) name = "help";
   if (std::strcmp(name, "--version") == 0) name = "version";
-  const Command* command = nullptr;
-  for (size_t i = 0; i < kCommandCount; ++i) {
-    if (std::strcmp(name, kCommands[i].name) == 0) command = &kCommands[i];
-  }
+  const Command* command = FindCommand(name);
   if (!command) return UsageError("unknown command '%s'", argv[1]);
-  int status = command->run(argc - 1, argv + 1);
+  g_running = command;
+  int status = kExitOk;
+  bool help = false;
+  for (int i = 2; i < argc && std::strcmp(argv[i], "--") != 0; ++i) help = help || std::strcmp(argv[i], "--help") == 0;
+  if (help) {
+    PrintCommandUsage(*command);
+  } else {
+    status = command->run(argc - 1, argv + 1);
+  }
   // Output that could not be written is a failure, as in the standard tools.
+  errno = 0;
   if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
-    Error("write error");
+    if (errno) {
+      Error("write error: %s", std::strerror(errno));
+    } else {
+      Error("write error");
+    }
     return status == kExitOk ? kExitFailure : status;
   }
   return status;

@@ -1,0 +1,221 @@
+// Montgomery arithmetic and the exponentiation drivers against GMP (fixed seed), with both kernel
+// variants: odd and even moduli, the window table, several exponents at once, the CRT.
+#include "norvane/crypto/montgomery.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "norvane/crypto/pki_test_internal.h"
+#include "norvane/crypto/pki_words.h"
+
+namespace {
+
+using pkitest::ForEachKernels;
+using pkitest::FromMpz;
+using pkitest::Hex;
+using pkitest::Mpz;
+
+KDPKI_HugeInt Random(std::mt19937_64& rng, unsigned bits, bool odd = false) {
+  Mpz z;
+  pkitest::Make(z, rng, bits, pkitest::kRandom);
+  if (odd) mpz_setbit(z, 0);
+  return FromMpz(z, static_cast<int>(rng() % 2));
+}
+
+TEST(Montgomery, ModularExponentiationAgainstGmp) {
+  std::mt19937_64 rng(11);
+  struct Case {
+    unsigned mod_bits, exp_bits;
+    bool odd;
+  };
+  const Case cases[] = {{1, 5, true},      {2, 5, false},     {31, 17, true},    {32, 18, true},   {33, 64, false},
+                        {64, 0, true},     {64, 0, false},    {65, 70, true},    {127, 71, false}, {128, 128, true},
+                        {512, 512, true},  {512, 198, false}, {1023, 540, true}, {1024, 1024, true},
+                        {1056, 300, true}, {2048, 1435, true}, {3072, 64, true}};
+  ForEachKernels([&](const kdpki::Kernels& k) {
+    for (const Case& c : cases) {
+      for (int rep = 0; rep < 3; ++rep) {
+        KDPKI_HugeInt m = Random(rng, c.mod_bits, c.odd);
+        if (!c.odd && m.IsOdd()) m = m + 1u;
+        KDPKI_HugeInt b = Random(rng, c.mod_bits + (rep == 2 ? 40 : 0));  // rep 2: base above m
+        if (rep == 1) b = -b;
+        KDPKI_HugeInt e = Random(rng, c.exp_bits);
+        if (rep == 2) e = -e;  // the magnitude is used
+        Mpz mb(b), me(e), mm(m), want;
+        mpz_abs(me, me);
+        mpz_abs(mm, mm);
+        if (mpz_sgn(mm) == 0) continue;
+        mpz_powm(want, mb, me, mm);
+        ASSERT_EQ(Hex(KDPKI_ModularExponentiation(b, e, m)), Hex(want))
+            << k.name << " m=" << mm.Hex() << " b=" << mb.Hex() << " e=" << me.Hex();
+        ASSERT_EQ(Hex(b.PowerAndModule(e, m)), Hex(want));
+      }
+    }
+  });
+  // A zero exponent gives 1 on both paths, 0 modulo 1.
+  EXPECT_EQ(KDPKI_ModularExponentiation(KDPKI_HugeInt(5u), KDPKI_HugeInt(), KDPKI_HugeInt(7u)), KDPKI_HugeInt(1u));
+  EXPECT_EQ(KDPKI_ModularExponentiation(KDPKI_HugeInt(5u), KDPKI_HugeInt(), KDPKI_HugeInt(8u)), KDPKI_HugeInt(1u));
+  EXPECT_TRUE(KDPKI_ModularExponentiation(KDPKI_HugeInt(5u), KDPKI_HugeInt(3u), KDPKI_HugeInt(1u)).IsZero());
+}
+
+// The representation's operations against their definitions, computed with GMP.
+TEST(Montgomery, RepresentationAgainstGmp) {
+  std::mt19937_64 rng(12);
+  ForEachKernels([&](const kdpki::Kernels& k) {
+    for (unsigned bits : {17u, 64u, 96u, 300u, 1024u, 2048u}) {
+      const KDPKI_HugeInt m = Random(rng, bits, true);
+      const KDPKI_MontgomeryRepresentation rep(m);
+      const size_t n = rep.GetWordCount();
+      ASSERT_EQ(n, KDPKI_RoundupSize(m.GetWordCount()));
+      Mpz mm(m), r, rinv, minv, want, t;
+      mpz_setbit(r, 32 * n);
+      mpz_invert(rinv, r, mm);
+      mpz_invert(minv, mm, r);
+      ASSERT_EQ(Hex(rep.GetModulusInverse()), Hex(minv));
+      mpz_mod(want, r, mm);
+      ASSERT_EQ(Hex(rep.Step()), Hex(want));
+      for (int rep_i = 0; rep_i < 6; ++rep_i) {
+        Mpz ma, mb;
+        mpz_urandomm(ma, [] { static gmp_randstate_t s; static bool init = false; if (!init) { gmp_randinit_default(s); init = true; } return s; }(), mm);
+        KDPKI_HugeInt a = FromMpz(ma), b = Random(rng, bits > 8 ? bits - 8 : 1);
+        mpz_set(mb, Mpz(b).v);
+        const std::string ctx = std::string(k.name) + " m=" + mm.Hex() + " a=" + ma.Hex() + " b=" + mb.Hex();
+        mpz_mul(want, ma, r);
+        mpz_mod(want, want, mm);
+        const KDPKI_HugeInt ain = rep.ConvertIn(a);
+        ASSERT_EQ(Hex(ain), Hex(want)) << ctx;
+        ASSERT_EQ(Hex(rep.ConvertOut(ain)), ma.Hex()) << ctx;
+        mpz_mul(want, ma, mb);
+        mpz_mul(want, want, rinv);
+        mpz_mod(want, want, mm);
+        ASSERT_EQ(Hex(rep.Multiply(a, b)), Hex(want)) << ctx;
+        // Unreduced operands: the reduction as defined, on the product cut to 2N words.
+        const KDPKI_HugeInt big = a + m * KDPKI_HugeInt(static_cast<uint32_t>(rng()));
+        Mpz mbig(big), tt, q, rr;
+        mpz_mul(tt, mbig, mb);
+        mpz_fdiv_r_2exp(tt, tt, 64 * n);
+        mpz_fdiv_r_2exp(q, tt, 32 * n);
+        mpz_mul(q, q, minv);
+        mpz_fdiv_r_2exp(q, q, 32 * n);
+        mpz_mul(q, q, mm);
+        mpz_sub(rr, tt, q);
+        mpz_fdiv_q_2exp(rr, rr, 32 * n);
+        if (mpz_sgn(rr) < 0) mpz_add(rr, rr, mm);
+        ASSERT_EQ(Hex(rep.Multiply(big, b)), Hex(rr)) << ctx;
+        // Add and Subtract: reduced for operands of the modulus's word count, otherwise as defined.
+        mpz_add(want, ma, mb);
+        if (mpz_cmp(want, mm) >= 0) mpz_sub(want, want, mm);
+        ASSERT_EQ(Hex(rep.Add(a, b)), Hex(want)) << ctx;
+        if (a.GetWordCount() == m.GetWordCount() && b.GetWordCount() == m.GetWordCount()) {
+          mpz_sub(want, ma, mb);
+          mpz_mod(want, want, mm);
+        } else {
+          mpz_sub(want, mm, mb);
+          if (mpz_sgn(mb) == 0) mpz_set_ui(want, 0);
+          mpz_add(want, want, ma);
+        }
+        ASSERT_EQ(Hex(rep.Subtract(a, b)), Hex(want)) << ctx;
+        ASSERT_TRUE(rep.Inverse(KDPKI_HugeInt()).IsZero());
+      }
+    }
+  });
+}
+
+TEST(Montgomery, WindowSlider) {
+  const KDPKI_HugeInt m(1000003u);
+  const KDPKI_MontgomeryRepresentation rep(m);
+  const KDPKI_MultiplicativeGroup group(&rep);
+  const unsigned edges[][2] = {{1, 1},   {17, 1},  {18, 2},  {24, 2},   {25, 3},   {70, 3},   {71, 4},
+                               {197, 4}, {198, 5}, {539, 5}, {540, 6}, {1434, 6}, {1435, 7}, {3000, 7}};
+  std::mt19937_64 rng(13);
+  for (const auto& edge : edges) {
+    const KDPKI_HugeInt e = Random(rng, edge[0]);
+    KDPKI_WindowSlider slider;
+    ASSERT_TRUE(slider.FindFirstWindow(group, e));
+    EXPECT_EQ(slider.GetWindowSize(), edge[1]) << edge[0] << " bits";
+    EXPECT_EQ(slider.GetBucketCount(), 1 << (edge[1] - 1));
+    EXPECT_EQ(slider.GetBucket(0), rep.Step());
+    // The windows rebuild the exponent: sum of (2 value + 1) 2^begin, each value below 2^(w-1).
+    KDPKI_HugeInt sum, term;
+    do {
+      EXPECT_LT(slider.GetWindowValue(), 1u << (edge[1] - 1));
+      term.Power2(slider.GetWindowBegin());
+      sum += term * (2 * slider.GetWindowValue() + 1);
+    } while (slider.FindNextWindow());
+    EXPECT_EQ(sum, e) << edge[0];
+    EXPECT_GE(slider.GetWindowBegin(), edge[0]);
+  }
+  KDPKI_WindowSlider none;
+  EXPECT_FALSE(none.FindFirstWindow(group, KDPKI_HugeInt()));
+  EXPECT_EQ(none.GetBucketCount(), 1);
+}
+
+// Several exponents at once equal separate exponentiations; zero exponents give the identity;
+// a base at or above the modulus takes the group operations and agrees modulo m.
+TEST(Montgomery, SimultaneousExponentiation) {
+  std::mt19937_64 rng(14);
+  ForEachKernels([&](const kdpki::Kernels& k) {
+    // Moduli a few bits short of the radix, so that products of the unreduced base stay below R^2
+    // (the reduction drops what lies above).
+    for (unsigned bits : {61u, 500u, 1000u}) {
+      const KDPKI_HugeInt m = Random(rng, bits, true);
+      const KDPKI_MontgomeryRepresentation rep(m);
+      const KDPKI_MultiplicativeGroup group(&rep);
+      const KDPKI_HugeInt g = Random(rng, bits - 3);
+      const KDPKI_HugeInt exps[] = {KDPKI_HugeInt(), KDPKI_HugeInt(1u), Random(rng, 20), Random(rng, bits),
+                                    KDPKI_HugeInt(), Random(rng, 1500)};
+      const size_t count = sizeof(exps) / sizeof(exps[0]);
+      KDPKI_HugeInt results[count];
+      const KDPKI_HugeInt gin = rep.ConvertIn(g);
+      KDPKI_SimultaneousMultiplication(gin, exps, count, group, results);
+      for (size_t i = 0; i < count; ++i) {
+        const KDPKI_HugeInt want = KDPKI_ModularExponentiation(g, exps[i], m);
+        EXPECT_EQ(Hex(rep.ConvertOut(results[i])), Hex(want)) << k.name << " exponent " << i;
+        EXPECT_EQ(results[i], rep.Exponentiate(gin, exps[i]));
+        KDPKI_HugeInt ltor;
+        KDPKI_LtoRBinaryExponentiation(gin, exps[i], group, ltor);
+        EXPECT_EQ(ltor, results[i]);
+      }
+      EXPECT_EQ(results[0], rep.Step());
+      // The base plus a multiple of m: the step-by-step path.
+      const KDPKI_HugeInt big = gin + m * KDPKI_HugeInt(3u);
+      KDPKI_HugeInt slow[count];
+      KDPKI_SimultaneousMultiplication(big, exps, count, group, slow);
+      for (size_t i = 0; i < count; ++i) EXPECT_EQ(rep.ConvertOut(slow[i]) % m, rep.ConvertOut(results[i]) % m) << i;
+    }
+  });
+}
+
+TEST(Montgomery, CrtAndPlainPowers) {
+  gmp_randstate_t state;
+  gmp_randinit_default(state);
+  gmp_randseed_ui(state, 15);
+  for (unsigned bits : {64u, 512u, 1024u}) {
+    const pkitest::RsaKey key(state, bits);
+    Mpz x;
+    mpz_urandomm(x, state, key.n);
+    const KDPKI_HugeInt hx = FromMpz(x), hn = FromMpz(key.n), hp = FromMpz(key.p), hq = FromMpz(key.q),
+                        hu = FromMpz(key.u), hd = FromMpz(key.d);
+    const KDPKI_HugeInt want = KDPKI_ModularExponentiation(hx, hd, hn);
+    EXPECT_EQ(KDPKI_ModularExponentiation_Fast(hx, FromMpz(key.dp), FromMpz(key.dq), hp, hq, hu), want) << bits;
+    EXPECT_EQ(KDPKI_CRT(want % hp, hp, want % hq, hq, hu), want);
+    // e and d agree: decrypting an encryption gives the message back.
+    EXPECT_EQ(KDPKI_ModularExponentiation(want, FromMpz(key.e), hn), hx);
+    EXPECT_EQ(FromMpz(key.e).InverseMod(FromMpz(key.lambda)), hd);
+  }
+  gmp_randclear(state);
+  Mpz want;
+  mpz_ui_pow_ui(want, 12345, 77);
+  EXPECT_EQ(Hex(KDPKI_Exponent(KDPKI_HugeInt(12345u), KDPKI_HugeInt(77u))), Hex(want));
+  mpz_neg(want, want);
+  EXPECT_EQ(Hex(KDPKI_Exponent(-KDPKI_HugeInt(12345u), KDPKI_HugeInt(77u))), Hex(want));
+  EXPECT_EQ(KDPKI_Exponent(KDPKI_HugeInt(7u), KDPKI_HugeInt()), KDPKI_HugeInt(1u));
+  uint32_t out[2] = {9, 9};
+  const uint32_t t4[4] = {1, 2, 3, 4}, m2[2] = {5, 0};
+  KDPKI_DeMontgomerize(t4, m2, nullptr, 2, out);  // a null pointer: nothing written
+  EXPECT_EQ(out[0] + out[1], 18u);
+}
+
+}  // namespace
