@@ -4,6 +4,7 @@
 #ifndef NORVANE_FUZZ_FUZZ_INPUT_H_
 #define NORVANE_FUZZ_FUZZ_INPUT_H_
 
+#include <clocale>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -60,5 +61,13 @@ class FuzzInput {
   } while (0)
 
 }  // namespace kdfuzz
+
+// KDFUZZ_UTF8_LOCALE defines a target's initialiser that makes the C library's local encoding
+// UTF-8, for targets that reach the locale conversions.
+#define KDFUZZ_UTF8_LOCALE                                       \
+  extern "C" int LLVMFuzzerInitialize(int*, char***) {           \
+    std::setlocale(LC_ALL, "C.UTF-8");                           \
+    return 0;                                                    \
+  }
 
 #endif  // NORVANE_FUZZ_FUZZ_INPUT_H_

@@ -65,10 +65,7 @@ std::wstring WStr(const CKD_WideString& w) { return std::wstring(w.c_str(), stat
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  std::setlocale(LC_ALL, "C.UTF-8");
-  return 0;
-}
+KDFUZZ_UTF8_LOCALE
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzInput in(data, size);
