@@ -23,6 +23,7 @@
 #include "norvane/config.h"
 #include "norvane/memory/object.h"
 
+// KDPKI_IntegerBlock is an owned, growable array of 32-bit words, least significant first.
 class NORVANE_API KDPKI_IntegerBlock {
  public:
   KDPKI_IntegerBlock() : m_nCapacity(0), m_nSize(0), m_pWords(nullptr) {}
@@ -84,6 +85,7 @@ class KDPKI_RandomGenerator;
 // produces: KDPKI_RANDOM_PRIME a prime, any other value any number.
 enum KDPKI_RandomType : int { KDPKI_RANDOM_ANY = 0, KDPKI_RANDOM_PRIME = 1 };
 
+// KDPKI_HugeInt is a signed multi-precision integer, sign and magnitude, owning its words.
 class NORVANE_API KDPKI_HugeInt : public CKD_Object {
  public:
   KDPKI_HugeInt() : m_nSign(0) {}
@@ -239,6 +241,8 @@ class NORVANE_API KDPKI_HugeInt : public CKD_Object {
   friend struct KDPKILayout;
 };
 
+// Arithmetic into a new value, by the static members above: a / b is Divide's quotient (floored
+// by |b|; b = 0 gives 0).
 NORVANE_API KDPKI_HugeInt operator+(const KDPKI_HugeInt& a, const KDPKI_HugeInt& b);
 NORVANE_API KDPKI_HugeInt operator-(const KDPKI_HugeInt& a, const KDPKI_HugeInt& b);
 NORVANE_API KDPKI_HugeInt operator*(const KDPKI_HugeInt& a, const KDPKI_HugeInt& b);
