@@ -31,8 +31,11 @@ constexpr int KDPKI_PRIME_TABLE_STORED = 552;
 constexpr int KDPKI_PRIME_TABLE_SIZE = 3511;
 constexpr uint32_t KDPKI_LAST_SMALL_PRIME = 32719;
 
+// primeTable: the first 3511 primes once complete, the first 552 before (the rest then 0).
 NORVANE_API extern uint32_t primeTable[KDPKI_PRIME_TABLE_SIZE];
+// bLoad: 1 once the table is complete.
 NORVANE_API extern int bLoad;
+// primeTableSize: 0 while the searches use the first 552 entries, 1 once they use all 3511.
 NORVANE_API extern int primeTableSize;
 
 // KDPKI_BuildPrimeTable completes the table (nothing when bLoad is set): from 4003 on, each odd
