@@ -1,11 +1,12 @@
 // Primes for key generation: the small-prime table, primality tests, a sieve over arithmetic
 // progressions and the search for the first prime of a residue class.
 //
-// Every function here works on KDPKI_HugeInt values and reports by its result only: a test that
-// cannot run (memory is short, an argument out of its domain) answers false, a search that cannot
-// run finds nothing. Nothing throws or prints. The random draws that key generation makes
-// (KDPKI_HugeInt::Random) are declared with the integer; the byte generator is
-// KDPKI_RandomGenerator.
+// Every function here works on KDPKI_HugeInt values and reports by its result only: a test given
+// an argument outside its domain answers false, a search that cannot run finds nothing. Nothing
+// throws or prints. When memory runs out part way, every call still ends without touching memory
+// it does not own, but its answer is not reliable (big-integer operations that cannot grow leave
+// their results unchanged). The random draws that key generation makes (KDPKI_HugeInt::Random) are
+// declared with the integer; the byte generator is KDPKI_RandomGenerator.
 //
 // The small-prime table. primeTable holds the first 3511 primes, 2 to 32719. Its first 552
 // entries (2 to 4003) are constant data; the rest are zero until the table is completed, by
