@@ -68,6 +68,7 @@ int RunGuid(int argc, char** argv);
 int RunRandom(int argc, char** argv);
 int RunBase64(int argc, char** argv);
 int RunUrl(int argc, char** argv);
+int RunPrime(int argc, char** argv);
 
 extern const char kHelpUsage[];
 extern const char kVersionUsage[];
@@ -81,6 +82,7 @@ extern const char kGuidUsage[];
 extern const char kRandomUsage[];
 extern const char kBase64Usage[];
 extern const char kUrlUsage[];
+extern const char kPrimeUsage[];
 
 }  // namespace nvtool
 
