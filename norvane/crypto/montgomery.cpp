@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "norvane/crypto/pki_failures_internal.h"
 #include "norvane/crypto/pki_kernels_internal.h"
 #include "norvane/crypto/pki_words.h"
 #include "norvane/memory/memory_mgr.h"
@@ -34,7 +35,11 @@ namespace {
 class Words {
  public:
   explicit Words(size_t n) : p_(static_cast<uint32_t*>(KDMEM_DefaultAlloc2(n ? n : 1, 4, 0))) {
-    if (p_) std::memset(p_, 0, (n ? n : 1) * 4);
+    if (p_) {
+      std::memset(p_, 0, (n ? n : 1) * 4);
+    } else {
+      kdpki::NoteAllocationFailure();
+    }
   }
   ~Words() {
     if (p_) KDMEM_DefaultFree(p_, 0);
@@ -113,7 +118,10 @@ bool BucketExponentiation(const Engine& eng, const uint32_t* g, const KDPKI_Huge
                           const uint32_t* identity, uint32_t* results) {
   const size_t n = eng.n;
   auto* state = static_cast<ExponentState*>(KDMEM_DefaultAlloc2(count, sizeof(ExponentState), 0));
-  if (!state) return false;
+  if (!state) {
+    kdpki::NoteAllocationFailure();
+    return false;
+  }
   size_t words = n;  // x
   for (size_t i = 0; i < count; ++i) {
     ExponentState& s = state[i];
@@ -349,6 +357,7 @@ bool KDPKI_WindowSlider::FindFirstWindow(const KDPKI_MultiplicativeGroup& group,
     if (!bucket || bucket->Magnitude().GetSize() < identity.Magnitude().GetSize() || !m_Buckets.Add(bucket)) {
       delete bucket;
       FreeBuckets();
+      kdpki::NoteAllocationFailure();
       m_nWindowBegin = m_nWindowEnd = static_cast<uint32_t>(m_nExponentBits);
       return false;
     }
@@ -390,7 +399,10 @@ void KDPKI_SimultaneousMultiplication(const KDPKI_HugeInt& base, const KDPKI_Hug
 
   // The group operations, step by step.
   auto* sliders = static_cast<KDPKI_WindowSlider*>(KDMEM_DefaultAlloc2(count, sizeof(KDPKI_WindowSlider), 0));
-  if (!sliders) return;
+  if (!sliders) {
+    kdpki::NoteAllocationFailure();
+    return;
+  }
   for (size_t i = 0; i < count; ++i) ::new (&sliders[i]) KDPKI_WindowSlider();
   bool any = false, failed = false;
   for (size_t i = 0; i < count; ++i) {
