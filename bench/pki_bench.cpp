@@ -13,6 +13,11 @@
 // BN_mod_exp_mont; "openssl-rsa" is OpenSSL's complete private-key operation (EVP, no padding)
 // on that key, for reference. After the table the program prints each Norvane time over the
 // peer's time (below 1: Norvane is faster).
+//
+// Primes: FirstPrime512 and FirstPrime1024 search the first prime from each of 16 random odd
+// starting points of that size with KDPKI_FirstPrime, against mpz_nextprime from the same points
+// (each case checks that both find the same primes); IsPrime1024 decides one 1024-bit prime with
+// KDPKI_IsPrime against mpz_probab_prime_p with 25 rounds.
 // Run: build/release/bench/pki_bench
 #include <benchmark/benchmark.h>
 #include <gmp.h>
@@ -34,6 +39,7 @@
 #include "norvane/crypto/montgomery.h"
 #include "norvane/crypto/pki_kernels_internal.h"
 #include "norvane/crypto/pki_test_internal.h"
+#include "norvane/crypto/primes.h"
 #include "norvane/runtime/random.h"
 
 namespace {
@@ -287,6 +293,63 @@ void Crt(benchmark::State& state, int way) {
   mpz_clears(y, yp, yq, nullptr);
 }
 
+// Fixed-seed random odd starting points of bits bits, and the first prime from each (by GMP).
+struct PrimeSearch {
+  std::vector<KDPKI_HugeInt> starts, primes;
+  std::vector<Mpz> below;  // each start less one: mpz_nextprime finds the first prime above it
+  explicit PrimeSearch(unsigned bits) : below(16) {
+    Mpz z;
+    for (Mpz& b : below) {
+      RandomMpz(z, bits, true);
+      starts.push_back(ToHuge(z));
+      mpz_sub_ui(b, z, 1);
+      mpz_nextprime(z, b);
+      primes.push_back(ToHuge(z));
+    }
+  }
+};
+
+void FirstPrime(benchmark::State& state, unsigned bits, int way) {
+  static std::map<unsigned, PrimeSearch> searches;
+  PrimeSearch& s = searches.try_emplace(bits, bits).first->second;
+  const size_t count = s.starts.size();
+  bool same = true;
+  if (way == kGmp) {
+    Mpz r;
+    for (auto _ : state) {
+      for (size_t i = 0; i < count; ++i) mpz_nextprime(r, s.below[i]);
+      benchmark::DoNotOptimize(r.v);
+    }
+  } else {
+    WithKernels(way, [&] {
+      for (auto _ : state) {
+        for (size_t i = 0; i < count; ++i) {
+          KDPKI_HugeInt p = s.starts[i];
+          same &= KDPKI_FirstPrime(p, s.starts[i] + (1u << 20), KDPKI_HugeInt(), KDPKI_HugeInt(1u)) && p == s.primes[i];
+        }
+      }
+    });
+  }
+  if (!same) state.SkipWithError("a different prime was found");
+  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(count));
+}
+
+void IsPrime(benchmark::State& state, unsigned bits, int way) {
+  Mpz z;
+  RandomMpz(z, bits, true);
+  mpz_nextprime(z, z);
+  const KDPKI_HugeInt p = ToHuge(z);
+  bool prime = true;
+  if (way == kGmp) {
+    for (auto _ : state) prime &= mpz_probab_prime_p(z, 25) != 0;
+  } else {
+    WithKernels(way, [&] {
+      for (auto _ : state) prime &= KDPKI_IsPrime(p);
+    });
+  }
+  if (!prime) state.SkipWithError("a prime was rejected");
+}
+
 // Prints the usual table, then each Norvane case's time over its peer's (above 1: slower).
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
@@ -337,6 +400,16 @@ int main(int argc, char** argv) {
   for (int way : {kNorvane, kPortable, kGmp, kOpenssl, kOpensslRsa}) {
     const std::string name = std::string("CRT2048/") + kWays[way];
     benchmark::RegisterBenchmark(name.c_str(), Crt, way)->Unit(benchmark::kMicrosecond);
+  }
+  for (unsigned bits : {512u, 1024u}) {
+    for (int way : {kNorvane, kPortable, kGmp}) {
+      const std::string name = "FirstPrime" + std::to_string(bits) + "/" + kWays[way];
+      benchmark::RegisterBenchmark(name.c_str(), FirstPrime, bits, way)->Unit(benchmark::kMillisecond);
+    }
+  }
+  for (int way : {kNorvane, kPortable, kGmp}) {
+    const std::string name = std::string("IsPrime1024/") + kWays[way];
+    benchmark::RegisterBenchmark(name.c_str(), IsPrime, 1024u, way)->Unit(benchmark::kMicrosecond);
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

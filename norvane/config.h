@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+// The library's version, also the installed package's; the major number is the shared library's
+// SONAME version.
 #define NORVANE_VERSION_MAJOR 0
 #define NORVANE_VERSION_MINOR 1
 #define NORVANE_VERSION_PATCH 0

@@ -45,6 +45,7 @@
 #include "norvane/crypto/huge_int.h"
 #include "norvane/crypto/montgomery.h"
 #include "norvane/crypto/pki_words.h"
+#include "norvane/crypto/primes.h"
 #include "norvane/crypto/random_generator.h"
 #include "norvane/crypto/sha.h"
 #include "norvane/crypto/smart_pointer.h"

@@ -18,6 +18,8 @@
 
 #include "norvane/containers/basic_array.h"
 
+// CKD_ArrayTemplate<T> is an array of trivially copyable elements over CKD_BasicArray, with
+// typed access; failures are false, zero elements or -1 as in its base.
 template <class T>
 class CKD_ArrayTemplate : public CKD_BasicArray {
   static_assert(std::is_trivially_copyable<T>::value, "CKD_ArrayTemplate copies elements as bytes");
@@ -81,6 +83,8 @@ class CKD_ArrayTemplate : public CKD_BasicArray {
   }
 };
 
+// CKD_ObjectArray<T> is an array of elements that own resources: it constructs and destroys
+// them in their slots, and moves them as bytes.
 template <class T>
 class CKD_ObjectArray : public CKD_BasicArray {
  public:

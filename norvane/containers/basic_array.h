@@ -21,6 +21,8 @@
 #include "norvane/memory/memory_mgr.h"
 #include "norvane/memory/object.h"
 
+// CKD_BasicArray is the untyped array described above: it owns its block; elements are units of
+// the size given at construction, copied as bytes.
 class NORVANE_API CKD_BasicArray : public CKD_Object {
  public:
   // The largest block the array holds: size * unit size never exceeds it.

@@ -51,8 +51,11 @@ static_assert(sizeof(_CompactString) == 16 && offsetof(_CompactString, m_Mark) =
                   offsetof(_CompactString, m_Head) == 5 && offsetof(_CompactString, m_pLongKey) == 8,
               "compact key: code, mark, inline bytes or big-endian length and pointer");
 
+// CKD_CMapByteStringToPtr maps string keys, matched by their 31-bit key code, to pointers; it owns
+// its entries and long keys, not the values.
 class NORVANE_API CKD_CMapByteStringToPtr : public CKD_Object {
  public:
+  // One entry: its key and its value.
   struct CEntry {
     _CompactString key;
     void* value;
@@ -102,8 +105,10 @@ class NORVANE_API CKD_CMapByteStringToPtr : public CKD_Object {
 static_assert(sizeof(CKD_CMapByteStringToPtr::CEntry) == 24 && offsetof(CKD_CMapByteStringToPtr::CEntry, value) == 16,
               "compact map entries: key, then value");
 
+// CKD_CMapDWordToDWord maps 32-bit keys to 32-bit values in records sorted by key.
 class NORVANE_API CKD_CMapDWordToDWord : public CKD_Object {
  public:
+  // One record: a key and its value.
   struct CRecord {
     uint32_t key;
     uint32_t value;

@@ -21,8 +21,11 @@ template <class Traits>
 struct Impl;
 }
 
+// CKD_MapByteStringToPtr is the string-keyed hash map described above; it owns its entries, table
+// and key copies, not the values.
 class NORVANE_API CKD_MapByteStringToPtr : public CKD_Object {
  public:
+  // One entry: the next in its bucket, its bucket, a copy of the key and the value.
   struct CAssoc {
     CAssoc* pNext;
     unsigned int nBucket;  // the bucket the entry is in, refreshed when the table doubles

@@ -26,8 +26,11 @@ template <class Traits>
 struct Impl;
 }
 
+// CKD_MapPtrToPtr is the pointer-keyed hash map described above; it owns its entries and table,
+// not the keys or values.
 class NORVANE_API CKD_MapPtrToPtr : public CKD_Object {
  public:
+  // One entry: the next in its bucket, the key and the value.
   struct CAssoc {
     CAssoc* pNext;
     void* key;

@@ -7,6 +7,7 @@
 #include "norvane/config.h"
 #include "norvane/memory/memory_mgr.h"
 
+// CKD_Plex is the header of one block of the chain; the payload follows it directly.
 struct NORVANE_API CKD_Plex {
   CKD_Plex* pNext;
 

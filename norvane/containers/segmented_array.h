@@ -29,6 +29,8 @@
 #include "norvane/memory/memory_mgr.h"
 #include "norvane/memory/object.h"
 
+// CKD_BaseSegmentedArray is the untyped segmented array described above: it owns its segments and
+// index tables; elements never move while it grows.
 class NORVANE_API CKD_BaseSegmentedArray : public CKD_Object {
  public:
   // An Iterate callback: called with Iterate's param and an element's address; false stops the

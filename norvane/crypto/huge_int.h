@@ -23,6 +23,7 @@
 #include "norvane/config.h"
 #include "norvane/memory/object.h"
 
+// KDPKI_IntegerBlock is an owned, growable array of 32-bit words, least significant first.
 class NORVANE_API KDPKI_IntegerBlock {
  public:
   KDPKI_IntegerBlock() : m_nCapacity(0), m_nSize(0), m_pWords(nullptr) {}
@@ -78,6 +79,13 @@ class NORVANE_API KDPKI_IntegerBlock {
   friend struct KDPKILayout;
 };
 
+class KDPKI_RandomGenerator;
+
+// The kind of value the constrained draw KDPKI_HugeInt::Random(generator, min, max, type, ...)
+// produces: KDPKI_RANDOM_PRIME a prime, any other value any number.
+enum KDPKI_RandomType : int { KDPKI_RANDOM_ANY = 0, KDPKI_RANDOM_PRIME = 1 };
+
+// KDPKI_HugeInt is a signed multi-precision integer, sign and magnitude, owning its words.
 class NORVANE_API KDPKI_HugeInt : public CKD_Object {
  public:
   KDPKI_HugeInt() : m_nSign(0) {}
@@ -170,8 +178,31 @@ class NORVANE_API KDPKI_HugeInt : public CKD_Object {
   // CopyBytes); the value is non-negative. Null bytes do nothing.
   void Decode(const uint8_t* bytes, int n);
 
-  // The random draws (Random) over a KDPKI_RandomGenerator belong here; they come with the prime
-  // search code, which builds on the generator.
+  // Random draws from a key-generation generator. Each sets the value and returns true, or
+  // returns false with the value unchanged (a range that is empty, a class with no value in it,
+  // memory that cannot be had). The bytes a draw takes are fixed by its arguments and the
+  // generator's bytes, so a seeded generator gives the same values every time.
+  //
+  // Random(generator, bits) takes ceil(bits / 8) bytes, keeps the low bits mod 8 bits of the
+  // first (KDPKI_Crop: when bits is a multiple of 8 the first byte becomes 0, so the value is
+  // below 2^(bits - 8), not 2^bits), and reads them big-endian: uniform below 2^bits otherwise.
+  // A bit count of 0 takes no bytes and leaves the value unchanged (true).
+  bool Random(KDPKI_RandomGenerator& generator, unsigned bits);
+  // Random(generator, min, max) draws Random(generator, bit length of max - min) until the draw
+  // is at most max - min, then adds min: uniform in [min, max], except that when the bit length
+  // L of max - min is a multiple of 8 it is uniform in [min, min + 2^(L - 8)). False when
+  // max < min (or, with a generator that cannot give varied bytes, after 1024 rejected draws).
+  bool Random(KDPKI_RandomGenerator& generator, const KDPKI_HugeInt& min, const KDPKI_HugeInt& max);
+  // Random(generator, min, max, type, equiv, mod) draws in [min, max] within the class
+  // equiv (mod mod). For KDPKI_RANDOM_PRIME: up to 15 times, x = Random(generator, min, max) with
+  // its lowest bit set, and the first prime of the class from x up to
+  // min(max, x + mod * bit length of max) (KDPKI_FirstPrime) is the result; after 15 misses the
+  // first prime of the class from min up to max, or false when there is none. For any other type:
+  // with mod = 1 the uniform draw in [min, max]; otherwise min' + mod * r, min' the least value
+  // >= min in the class and r = Random(generator, 0, (max - min') / mod), false when max < min'.
+  // mod must be positive.
+  bool Random(KDPKI_RandomGenerator& generator, const KDPKI_HugeInt& min, const KDPKI_HugeInt& max,
+              KDPKI_RandomType type, const KDPKI_HugeInt& equiv = Zero(), const KDPKI_HugeInt& mod = One());
 
   // The magnitude and sign, for code working on the words directly. After changing the words,
   // call Normalize() so that a zero value has sign 0.
@@ -210,6 +241,8 @@ class NORVANE_API KDPKI_HugeInt : public CKD_Object {
   friend struct KDPKILayout;
 };
 
+// Arithmetic into a new value, by the static members above: a / b is Divide's quotient (floored
+// by |b|; b = 0 gives 0).
 NORVANE_API KDPKI_HugeInt operator+(const KDPKI_HugeInt& a, const KDPKI_HugeInt& b);
 NORVANE_API KDPKI_HugeInt operator-(const KDPKI_HugeInt& a, const KDPKI_HugeInt& b);
 NORVANE_API KDPKI_HugeInt operator*(const KDPKI_HugeInt& a, const KDPKI_HugeInt& b);

@@ -22,6 +22,7 @@
 #include "norvane/config.h"
 #include "norvane/memory/object.h"
 
+// KDPKI_RandomGenerator is the generator described above, seeded at construction.
 class NORVANE_API KDPKI_RandomGenerator : public CKD_Object {
  public:
   // Seeds the generator with length bytes at seed; a null seed counts as empty.

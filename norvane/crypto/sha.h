@@ -54,6 +54,7 @@ struct CRYPT_SHA512Context {
   uint64_t state[8];
   uint8_t buffer[128];
 };
+// CRYPT_SHA384Context is the SHA-512 context: SHA-384 differs only in its initial values and length.
 typedef CRYPT_SHA512Context CRYPT_SHA384Context;
 static_assert(sizeof(CRYPT_SHA512Context) == 208, "SHA-512 context layout");
 static_assert(offsetof(CRYPT_SHA512Context, total_hi) == 8 && offsetof(CRYPT_SHA512Context, state) == 16 &&
@@ -71,9 +72,11 @@ NORVANE_API void CRYPT_SHA1Generate(const uint8_t* data, uint32_t size, uint8_t 
 
 // CRYPT_SHA256Start zeroes the total length and loads the SHA-256 initial values.
 NORVANE_API void CRYPT_SHA256Start(void* context);
+// CRYPT_SHA256Update absorbs size bytes of data.
 NORVANE_API void CRYPT_SHA256Update(void* context, const uint8_t* data, uint32_t size);
 // CRYPT_SHA256Finish writes the 32-byte digest.
 NORVANE_API void CRYPT_SHA256Finish(void* context, uint8_t digest[32]);
+// CRYPT_SHA256Generate writes the 32-byte digest of size bytes of data.
 NORVANE_API void CRYPT_SHA256Generate(const uint8_t* data, uint32_t size, uint8_t digest[32]);
 
 // CRYPT_SHA384Start clears the whole context and loads the SHA-384 initial values; a null
@@ -84,14 +87,17 @@ NORVANE_API void CRYPT_SHA384Start(void* context);
 NORVANE_API void CRYPT_SHA384Update(void* context, const uint8_t* data, uint32_t size);
 // CRYPT_SHA384Finish writes the 48-byte digest (the first six state words).
 NORVANE_API void CRYPT_SHA384Finish(void* context, uint8_t digest[48]);
+// CRYPT_SHA384Generate writes the 48-byte digest of size bytes of data.
 NORVANE_API void CRYPT_SHA384Generate(const uint8_t* data, uint32_t size, uint8_t digest[48]);
 
 // CRYPT_SHA512Start clears the whole context and loads the SHA-512 initial values; a null
 // context is ignored.
 NORVANE_API void CRYPT_SHA512Start(void* context);
+// CRYPT_SHA512Update absorbs data in 128-byte blocks (it is CRYPT_SHA384Update).
 NORVANE_API void CRYPT_SHA512Update(void* context, const uint8_t* data, uint32_t size);
 // CRYPT_SHA512Finish writes the 64-byte digest.
 NORVANE_API void CRYPT_SHA512Finish(void* context, uint8_t digest[64]);
+// CRYPT_SHA512Generate writes the 64-byte digest of size bytes of data.
 NORVANE_API void CRYPT_SHA512Generate(const uint8_t* data, uint32_t size, uint8_t digest[64]);
 
 #endif  // NORVANE_CRYPTO_SHA_H_

@@ -4,6 +4,7 @@
 #ifndef NORVANE_CRYPTO_SMART_POINTER_H_
 #define NORVANE_CRYPTO_SMART_POINTER_H_
 
+// CSmartPointer<T> owns one object made with new and deletes it.
 template <class T>
 class CSmartPointer {
  public:

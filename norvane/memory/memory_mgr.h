@@ -198,6 +198,10 @@ NORVANE_API IKD_Allocator* KDMEM_GetDefAllocator();
 
 // Per-manager calls. A null manager makes them return null or do nothing.
 
+// KDMEM_Alloc, KDMEM_AllocDebug, KDMEM_Realloc and KDMEM_ReallocDebug are mgr's CKD_MemoryMgr
+// members of those names: null on failure, after the debugger and (unless KDMEM_NONLEAVE is in
+// flags) the out-of-memory handler were told. A failed Realloc leaves block allocated. The debug
+// forms pass the caller's file and line on to the system manager and the debugger.
 NORVANE_API void* KDMEM_Alloc(CKD_MemoryMgr* mgr, size_t size, int flags);
 NORVANE_API void* KDMEM_AllocDebug(CKD_MemoryMgr* mgr, size_t size, int flags, const char* file, int line);
 NORVANE_API void* KDMEM_Realloc(CKD_MemoryMgr* mgr, void* block, size_t size, int flags);
@@ -219,10 +223,12 @@ NORVANE_API void KDMEM_PurgeMgr(CKD_MemoryMgr* mgr);
 
 // Default-manager calls.
 
+// KDMEM_DefaultAlloc and KDMEM_DefaultAllocDebug are KDMEM_Alloc and KDMEM_AllocDebug on the
+// default manager; null when there is none.
 NORVANE_API void* KDMEM_DefaultAlloc(size_t size, int flags);
 NORVANE_API void* KDMEM_DefaultAllocDebug(size_t size, int flags, const char* file, int line);
-// The "2" forms allocate count * unit bytes. A zero count or unit returns null at once, with no
-// handler and no debugger call. A product over 0x7FFFFFFF bytes is refused as out of memory
+// The "2" forms, KDMEM_DefaultAlloc2 and KDMEM_DefaultAllocDebug2, allocate count * unit bytes.
+// A zero count or unit returns null at once, with no handler and no debugger call. A product over 0x7FFFFFFF bytes is refused as out of memory
 // (the handler is called unless KDMEM_NONLEAVE is set; neither system manager nor debugger is).
 NORVANE_API void* KDMEM_DefaultAlloc2(size_t count, size_t unit, int flags);
 NORVANE_API void* KDMEM_DefaultAllocDebug2(size_t count, size_t unit, int flags, const char* file, int line);
@@ -230,7 +236,7 @@ NORVANE_API void* KDMEM_DefaultAllocDebug2(size_t count, size_t unit, int flags,
 // manager as it is.
 NORVANE_API void* KDMEM_DefaultRealloc(void* block, size_t size, int flags);
 NORVANE_API void* KDMEM_DefaultReallocDebug(void* block, size_t size, int flags, const char* file, int line);
-// KDMEM_DefaultRealloc2 of a null block is KDMEM_DefaultAlloc2. With a block and a zero count or
+// KDMEM_DefaultRealloc2 (and KDMEM_DefaultReallocDebug2) of a null block is KDMEM_DefaultAlloc2. With a block and a zero count or
 // unit it returns null and leaves the block allocated and unchanged; the size limit is as above.
 NORVANE_API void* KDMEM_DefaultRealloc2(void* block, size_t count, size_t unit, int flags);
 NORVANE_API void* KDMEM_DefaultReallocDebug2(void* block, size_t count, size_t unit, int flags,

@@ -18,6 +18,9 @@
 #include "norvane/config.h"
 #include "norvane/memory/memory_mgr.h"
 
+// CKD_Object is the base of objects allocated from the default manager: new gives null (and no
+// object) when memory cannot be had, after the out-of-memory handler ran; delete frees through
+// the default manager. Derive from it as a second base of concrete classes.
 class NORVANE_API CKD_Object {
  public:
   static void* operator new(size_t size) noexcept;
@@ -31,6 +34,10 @@ class NORVANE_API CKD_Object {
   static void operator delete[](void* block, const char* file, int line) noexcept;
 };
 
+// CKD_AllocObject is the base of objects allocated from a given IKD_Allocator, which the object
+// records in its first field so that delete finds it. It must be the first base, in a class
+// without virtual functions. new with a null allocator never yields null: it stops the process
+// when the default manager cannot give memory.
 class NORVANE_API CKD_AllocObject {
  public:
   static void* operator new(size_t size, IKD_Allocator* allocator) noexcept;

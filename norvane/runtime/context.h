@@ -25,6 +25,8 @@
 #include "norvane/runtime/sync.h"
 #include "norvane/runtime/thread.h"
 
+// KD_CALLBACK_FREEDATA releases a private-data value when it is replaced, cleared or its context
+// dies; it is called with the value (never null) and its result is ignored.
 typedef void (*KD_CALLBACK_FREEDATA)(void* data);
 
 // A base for objects parked with SetPrivateObj: they are deleted through this destructor.
@@ -74,6 +76,8 @@ class NORVANE_API CKD_PrivateData : public CKD_Object {
   CKD_ArrayTemplate<KD_PRIVATEDATA> m_DataList;
 };
 
+// CKD_ThreadContext is one thread's state: its private data, its try frames and its last error
+// (0 when made). The process context creates, registers and deletes them.
 class NORVANE_API CKD_ThreadContext : public CKD_Object {
  public:
   CKD_ThreadContext() : m_nLastError(0) {}
@@ -87,6 +91,9 @@ class NORVANE_API CKD_ThreadContext : public CKD_Object {
   unsigned int m_nLastError;
 };
 
+// CKD_ProcessContext is the process's state, kept in the default manager's record: the process
+// private data, a recursive mutex and the map from thread handle to CKD_ThreadContext it guards,
+// and the client's thread handler pointer.
 class NORVANE_API CKD_ProcessContext : public CKD_Object {
  public:
   CKD_ProcessContext();
@@ -99,6 +106,7 @@ class NORVANE_API CKD_ProcessContext : public CKD_Object {
   // Finalize clears the process private data, then finalises and deletes every thread context
   // and empties the map.
   void Finalize();
+  // GetThreadContext returns thread's context, or null when it has none.
   CKD_ThreadContext* GetThreadContext(KD_HTHREAD* thread);
   // SetThreadContext enters context under thread, replacing any entry of that thread.
   void SetThreadContext(KD_HTHREAD* thread, CKD_ThreadContext* context);
@@ -112,27 +120,48 @@ class NORVANE_API CKD_ProcessContext : public CKD_Object {
 };
 
 // Process calls.
+
+// KD_Process_Initialize creates the process context in the default manager and gives the calling
+// thread a context. It does nothing without a default manager or when the manager already has a
+// process context (a second call keeps the first context).
 NORVANE_API void KD_Process_Initialize();
+// KD_Process_Finalize releases the process private data, then every thread context with its
+// private data and frames, and deletes the process context. Nothing without one.
 NORVANE_API void KD_Process_Finalize();
+// KD_Process_GetID returns the system's process id.
 NORVANE_API int KD_Process_GetID();
+// KD_Process_GetContext returns the default manager's process context, or null.
 NORVANE_API CKD_ProcessContext* KD_Process_GetContext();
+// KD_Process_GetPrivateData, KD_Process_SetPrivateData and KD_Process_RemovePrivateData act on
+// the process private data as the CKD_PrivateData members of those names do. Without a process
+// context the list reads null, data reads null, setting does nothing and removing gives false.
 NORVANE_API CKD_PrivateData* KD_Process_GetPrivateData();
 NORVANE_API void* KD_Process_GetPrivateData(void* key);
 NORVANE_API void KD_Process_SetPrivateData(void* key, void* data, KD_CALLBACK_FREEDATA callback);
 NORVANE_API bool KD_Process_RemovePrivateData(void* key);
 
 // Thread calls; each acts on the calling thread's context unless given a handle.
+
+// KD_Thread_GetContext returns the calling thread's context, or that of the thread with the
+// given handle; null when it has none or there is no process context.
 NORVANE_API CKD_ThreadContext* KD_Thread_GetContext();
 NORVANE_API CKD_ThreadContext* KD_Thread_GetContext(KD_HTHREAD* thread);
+// KD_Thread_GetLastError and KD_Thread_SetLastError read and write the calling thread's last
+// error, a slot for client code that the library never sets. Without a context it reads 0 and
+// a code set is dropped.
 NORVANE_API int KD_Thread_GetLastError();
 NORVANE_API void KD_Thread_SetLastError(int code);
+// KD_Thread_GetPrivateData, KD_Thread_SetPrivateData and KD_Thread_RemovePrivateData act on the
+// calling thread's private data as the CKD_PrivateData members of those names do. Without a
+// context the list reads null, data reads null, setting does nothing and removing gives false.
 NORVANE_API CKD_PrivateData* KD_Thread_GetPrivateData();
 NORVANE_API void* KD_Thread_GetPrivateData(void* key);
 NORVANE_API void KD_Thread_SetPrivateData(void* key, void* data, KD_CALLBACK_FREEDATA callback);
 NORVANE_API bool KD_Thread_RemovePrivateData(void* key);
+// KD_Thread_GetExceptionContext returns the calling thread's exception context, or null.
 NORVANE_API CKD_ExceptionContext* KD_Thread_GetExceptionContext();
-// The process context keeps one pointer for client use; without a process context it reads
-// null and cannot be set.
+// KD_Thread_GetHandler and KD_Thread_SetHandler read and write the one pointer the process
+// context keeps for client use; without a process context it reads null and cannot be set.
 NORVANE_API void* KD_Thread_GetHandler();
 NORVANE_API void KD_Thread_SetHandler(void* handler);
 

@@ -125,6 +125,9 @@ NORVANE_API void KD_IMP_Landed(CKD_ExceptionErrorContext* context, int frame, in
 // The code of frame [depth] (0 with no context): the body runs when it is 0.
 NORVANE_API int KD_IMP_TryCode(CKD_ExceptionErrorContext* context);
 
+// KD_TRY, KD_CATCH(code), KD_CATCH_ALL and KD_END_TRY write a try block, as shown at the top of
+// this header: KD_TRY opens a frame and runs the statement after it; a throw inside jumps back
+// and the clauses are tried in order; KD_END_TRY closes the block, passing an uncaught code on.
 #define KD_TRY                                                                                    \
   {                                                                                               \
     CKD_Exception kd_exception_;                                                                  \

@@ -19,6 +19,7 @@
 #include "norvane/config.h"
 
 struct KD_HTHREAD;
+// KD_THREAD_PROC is a thread's function: it runs with the param given to KD_Thread_Create.
 typedef void* (*KD_THREAD_PROC)(void* param);
 
 // KD_Thread_Create starts proc(param) on a new thread and returns its handle, or null. The
@@ -27,6 +28,7 @@ NORVANE_API KD_HTHREAD* KD_Thread_Create(int priority, size_t stackSize, KD_THRE
 // KD_Thread_Exit ends the calling thread at once. Its context is then not removed, so threads of
 // KD_Thread_Create should return from their function instead.
 [[noreturn]] NORVANE_API void KD_Thread_Exit();
+// KD_Thread_Yield lets other threads run (sched_yield).
 NORVANE_API void KD_Thread_Yield();
 // KD_Thread_GetHandle returns the calling thread's handle.
 NORVANE_API KD_HTHREAD* KD_Thread_GetHandle();

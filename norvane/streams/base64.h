@@ -25,6 +25,7 @@ NORVANE_API wchar_t KDCRT_DefBase64Encoder(unsigned int value);
 // not an alphabet character. (Characters from 128 up are read by their low 7 bits.)
 NORVANE_API uint8_t KDCRT_DefBase64Decoder(wchar_t ch);
 
+// CKD_Base64Encoder writes Base64 text of bytes, with an installable mapping for its wide forms.
 class NORVANE_API CKD_Base64Encoder : public CKD_Object {
  public:
   using EncodeFunction = wchar_t (*)(unsigned int);
@@ -56,6 +57,8 @@ class NORVANE_API CKD_Base64Encoder : public CKD_Object {
   wchar_t m_Padding;
 };
 
+// CKD_Base64Decoder reads bytes back from Base64 text, with an installable mapping for its wide
+// forms; it does not validate.
 class NORVANE_API CKD_Base64Decoder : public CKD_Object {
  public:
   using DecodeFunction = uint8_t (*)(wchar_t);

@@ -17,6 +17,7 @@
 #include "norvane/memory/object.h"
 #include "norvane/streams/stream.h"
 
+// CKD_LimitCacheStream is the capacity-limited write cache described above.
 class NORVANE_API CKD_LimitCacheStream : public IKD_FileStream, public CKD_Object {
  public:
   // The buffer holds cache_size + extra bytes when cache_size is not 0 and that fits limit;
@@ -50,8 +51,10 @@ class NORVANE_API CKD_LimitCacheStream : public IKD_FileStream, public CKD_Objec
   size_t m_nCapacity;
 };
 
+// IKD_BytesCache is a cache of one run of consecutive bytes of a file.
 class NORVANE_API IKD_BytesCache {
  public:
+  // A run of bytes: where it starts and how long it is.
   struct Span {
     long long start;
     size_t length;
@@ -67,6 +70,7 @@ class NORVANE_API IKD_BytesCache {
   virtual ~IKD_BytesCache() {}
 };
 
+// CKD_ContinuousBytesCache is the IKD_BytesCache described above, over a buffer it owns.
 class NORVANE_API CKD_ContinuousBytesCache : public IKD_BytesCache, public CKD_Object {
  public:
   CKD_ContinuousBytesCache();

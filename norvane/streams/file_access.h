@@ -16,6 +16,8 @@
 #include "norvane/memory/memory_mgr.h"
 #include "norvane/streams/stream.h"
 
+// IKDCRT_FileAccess is one open (or closed) platform file. Made by KD_File_Open or the file
+// streams; destroyed with Release and the allocator it came from.
 class NORVANE_API IKDCRT_FileAccess {
  public:
   virtual ~IKDCRT_FileAccess() {}
@@ -42,10 +44,11 @@ class NORVANE_API IKDCRT_FileAccess {
 struct _KD_HFILE;
 
 // KD_File_Open opens a platform file from allocator (null: the default manager); null on
-// failure. Close it with KD_File_Close and the same allocator. Every other call forwards to the
-// handle's operation of the same name and returns 0, -1 or false for a null handle.
+// failure. Close it with KD_File_Close and the same allocator.
 NORVANE_API _KD_HFILE* KD_File_Open(const CKD_ByteStringC& path, uint32_t modes, IKD_Allocator* allocator = nullptr);
 NORVANE_API _KD_HFILE* KD_File_Open(const CKD_WideStringC& path, uint32_t modes, IKD_Allocator* allocator = nullptr);
+// Every other call forwards to the handle's operation of the same name and returns 0, -1 or
+// false for a null handle; KD_File_Close closes the file and frees the handle through allocator.
 NORVANE_API void KD_File_Close(_KD_HFILE* file, IKD_Allocator* allocator = nullptr);
 NORVANE_API long long KD_File_GetSize(_KD_HFILE* file);
 NORVANE_API long long KD_File_GetPosition(_KD_HFILE* file);

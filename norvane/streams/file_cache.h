@@ -25,6 +25,7 @@ struct KD_CACHECHUNK {
 };
 static_assert(sizeof(KD_CACHECHUNK) == 24, "chunk record size");
 
+// CKD_FileCache is the chunk table described above: it owns the records, not the chunk memory.
 class NORVANE_API CKD_FileCache : public CKD_Object {
  public:
   explicit CKD_FileCache(IKD_Allocator* allocator = nullptr);

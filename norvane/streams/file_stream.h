@@ -19,6 +19,8 @@
 #include "norvane/streams/stream.h"
 #include "norvane/text/wide_string.h"
 
+// CKD_CRTFileStream is the stream over a platform file that KD_CreateFileStream, KD_CreateFileRead
+// and KD_CreateFileWrite return; it owns the file and closes it on the last Release.
 class NORVANE_API CKD_CRTFileStream : public IKD_FileStream, public CKD_Object {
  public:
   // Takes file (opened) over; allocator is where both came from (null: the default manager).
@@ -52,6 +54,8 @@ class NORVANE_API CKD_CRTFileStream : public IKD_FileStream, public CKD_Object {
   long long m_nRangeSize;
 };
 
+// CKD_CRTFileAccess is the named file of KD_CreateDefaultFileAccess: each CreateFileStream opens a
+// new CKD_CRTFileStream on its path.
 class NORVANE_API CKD_CRTFileAccess : public IKD_FileAccess, public CKD_Object {
  public:
   CKD_CRTFileAccess() : m_pAllocator(nullptr), m_nRefCount(0) {}

@@ -22,6 +22,7 @@
 #include "norvane/runtime/sync.h"
 #include "norvane/streams/stream.h"
 
+// IKD_MemoryStream is a stream whose bytes are in memory, with access to its buffer.
 class NORVANE_API IKD_MemoryStream : public IKD_FileStream {
  public:
   virtual bool IsConsecutive() const = 0;
@@ -37,6 +38,8 @@ class NORVANE_API IKD_MemoryStream : public IKD_FileStream {
   virtual void DetachBuffer() = 0;
 };
 
+// CKD_MemoryStream is the memory stream described above, made by KD_CreateMemoryStream; it owns
+// its blocks (a caller's buffer only when taken over).
 class NORVANE_API CKD_MemoryStream : public IKD_MemoryStream, public CKD_Object {
  public:
   static constexpr uint32_t kConsecutive = 1;  // one contiguous buffer

@@ -27,6 +27,7 @@
 #include "norvane/streams/stream.h"
 #include "norvane/text/wide_string.h"
 
+// CKD_MMapedFile is the mapped file stream described above; it owns its file and view.
 class NORVANE_API CKD_MMapedFile : public IKD_FileStream, public CKD_Object {
  public:
   // Create makes an object with CKD_Object new (null when memory runs out) and the constructor.

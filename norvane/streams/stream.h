@@ -21,6 +21,7 @@ class CKD_ByteStringC;
 class CKD_WideString;
 class CKD_WideStringC;
 
+// IKD_StreamRead is a sequential reader with a position.
 class NORVANE_API IKD_StreamRead {
  public:
   virtual void Release() = 0;
@@ -33,6 +34,7 @@ class NORVANE_API IKD_StreamRead {
   virtual ~IKD_StreamRead() {}
 };
 
+// IKD_FileRead is a reader of a file-like object of known size that also reads at any offset.
 class NORVANE_API IKD_FileRead : public IKD_StreamRead {
  public:
   long long SetPosition(long long) override { return -1; }
@@ -46,6 +48,7 @@ class NORVANE_API IKD_FileRead : public IKD_StreamRead {
   virtual bool ReadBlock(void* buffer, long long offset, size_t size) = 0;
 };
 
+// IKD_StreamWrite is an appending writer.
 class NORVANE_API IKD_StreamWrite {
  public:
   virtual void Release() = 0;
@@ -55,6 +58,7 @@ class NORVANE_API IKD_StreamWrite {
   virtual ~IKD_StreamWrite() {}
 };
 
+// IKD_FileWrite is a writer of a file-like object that also writes at any offset.
 class NORVANE_API IKD_FileWrite : public IKD_StreamWrite {
  public:
   virtual long long GetSize() = 0;
@@ -63,6 +67,8 @@ class NORVANE_API IKD_FileWrite : public IKD_StreamWrite {
   virtual bool WriteBlock(const void* data, long long offset, size_t size) = 0;
 };
 
+// IKD_FileStream is a reference-counted stream that reads and writes: the interface of the
+// library's file, memory, mapped and cached streams.
 class NORVANE_API IKD_FileStream : public IKD_FileRead, public IKD_FileWrite {
  public:
   // Retain adds a reference and returns the stream (null for a stream that keeps no count).

@@ -19,6 +19,8 @@
 
 class CKD_ByteStringL;
 
+// CKD_BinaryBuf is the growable byte buffer described above: it owns its block, which comes from
+// its allocator; failed growth returns false and keeps the contents.
 class NORVANE_API CKD_BinaryBuf : public CKD_Object {
  public:
   // An empty buffer with no block.

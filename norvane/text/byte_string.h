@@ -340,6 +340,7 @@ static_assert(sizeof(CKD_ByteString) == sizeof(void*), "a byte string is one poi
 inline CKD_ByteStringC::CKD_ByteStringC(const CKD_ByteString& str)
     : m_Ptr(str.IsEmpty() ? nullptr : str.GetPtr()), m_Length(str.GetLength()) {}
 
+// Comparisons with the string on the right: the same as with it on the left.
 inline bool operator==(const char* text, const CKD_ByteString& str) { return str == text; }
 inline bool operator!=(const char* text, const CKD_ByteString& str) { return str != text; }
 inline bool operator==(const CKD_ByteStringC& view, const CKD_ByteString& str) { return str == view; }
@@ -359,6 +360,7 @@ NORVANE_API const char* KD_strstr(const char* haystack, int haystackLen, const c
 // 32-bit unsigned arithmetic, each byte taken as a signed char; with ignoreCase 'A'..'Z' count as
 // 'a'..'z'. A null text hashes to 0. The string maps key their buckets on it.
 NORVANE_API uint32_t KD_HashCode_String_GetA(const char* text, int len, bool ignoreCase = false);
+// KD_HashCode_String_GetA of a view hashes its bytes (an empty view hashes to 0).
 inline uint32_t KD_HashCode_String_GetA(const CKD_ByteStringC& str, bool ignoreCase = false) {
   return KD_HashCode_String_GetA(str.GetCStr(), str.GetLength(), ignoreCase);
 }

@@ -16,6 +16,8 @@
 #include "norvane/text/byte_string.h"
 #include "norvane/text/wide_string.h"
 
+// CKD_CharMap is a conversion record of three function slots; the built-in ones come from
+// GetDefaultMapper and live as long as the process.
 struct NORVANE_API CKD_CharMap {
   // Byte text to wide text.
   CKD_WideString (*m_GetWideString)(CKD_CharMap* map, const CKD_ByteString& str);

@@ -96,6 +96,8 @@ static_assert(sizeof(KD_CodePage_UCMap) == 24 && offsetof(KD_CodePage_UCMap, _UC
               "Unicode-to-code map layout");
 static_assert(sizeof(KD_CodePage_Entry) == 24, "registry entry layout");
 
+// KD_DECLARE_CODE_PAGE(n) declares the exported tables of code page n: g_CPn_MapHeader,
+// g_CPn_CUMap and g_CPn_UCMap.
 #define KD_DECLARE_CODE_PAGE(n)                                 \
   extern NORVANE_API const KD_CodePage_MapHeader g_CP##n##_MapHeader; \
   extern NORVANE_API const KD_CodePage_CUMap g_CP##n##_CUMap;         \
@@ -212,6 +214,7 @@ class NORVANE_API IKD_CodePageMgr {
   virtual ~IKD_CodePageMgr() {}
 };
 
+// CKD_CodePageMgr is the library's code-page manager over the built-in registry of table pages.
 class NORVANE_API CKD_CodePageMgr : public IKD_CodePageMgr, public CKD_Object {
  public:
   void Release() override;

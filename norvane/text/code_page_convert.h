@@ -33,8 +33,12 @@
 
 #include "norvane/config.h"
 
+// The numbers of the code pages that are not tables.
 enum { KD_CP_UTF16LE = 1200, KD_CP_UTF16BE = 1201, KD_CP_UTF8 = 65001 };
 
+// KD_DecodeString converts byte text in codePage to wide text, KD_EncodeString wide text to
+// codePage, as described at the top of this header: 1 when the code page is known (even when
+// the conversion stopped early), -1 otherwise.
 NORVANE_API int KD_DecodeString(uint16_t codePage, const char* src, int* srcLen, wchar_t* dst, int* dstLen,
                                 bool strict);
 NORVANE_API int KD_EncodeString(uint16_t codePage, const wchar_t* src, int* srcLen, char* dst, int* dstLen,

@@ -7,6 +7,8 @@
 #include "norvane/config.h"
 #include "norvane/text/byte_string.h"
 
+// CKD_StringBufBase is the fixed-capacity string described above; its characters follow the two
+// counts, in the CKD_StringBuf<N> that supplies them. It cannot be made on its own.
 class NORVANE_API CKD_StringBufBase {
  public:
   // Copy replaces the contents with as much of str as fits.
@@ -35,6 +37,7 @@ class NORVANE_API CKD_StringBufBase {
 
 static_assert(sizeof(CKD_StringBufBase) == 8, "string buffer: limit, size, then the characters");
 
+// CKD_StringBuf<N> is a CKD_StringBufBase with room for N bytes inline.
 template <int N>
 class CKD_StringBuf : public CKD_StringBufBase {
   static_assert(N > 0, "a string buffer holds at least one byte");

@@ -12,6 +12,8 @@
 #include "norvane/text/byte_string.h"
 #include "norvane/text/wide_string.h"
 
+// CKD_ByteStringL is an unshared byte string whose memory comes from the allocator passed to each
+// call; empty it with that allocator before it goes away.
 class NORVANE_API CKD_ByteStringL {
  public:
   CKD_ByteStringL() : m_Ptr(nullptr), m_Length(0) {}
@@ -38,6 +40,7 @@ class NORVANE_API CKD_ByteStringL {
   int m_Length;
 };
 
+// CKD_WideStringL is CKD_ByteStringL for wide characters.
 class NORVANE_API CKD_WideStringL {
  public:
   CKD_WideStringL() : m_Ptr(nullptr), m_Length(0) {}

@@ -15,6 +15,8 @@
 
 class CKD_WideStringL;
 
+// CKD_ByteTextBuf appends byte text and decimal numbers to a CKD_BinaryBuf; an append that cannot
+// grow the buffer adds nothing.
 class NORVANE_API CKD_ByteTextBuf : public CKD_BinaryBuf {
  public:
   explicit CKD_ByteTextBuf(IKD_Allocator* allocator = nullptr) : CKD_BinaryBuf(allocator) {}
@@ -33,6 +35,8 @@ class NORVANE_API CKD_ByteTextBuf : public CKD_BinaryBuf {
   int GetLength() const { return GetSize(); }
 };
 
+// CKD_WideTextBuf appends wide text (4 bytes a character) and decimal numbers to a
+// CKD_BinaryBuf; an append that cannot grow the buffer adds nothing.
 class NORVANE_API CKD_WideTextBuf : public CKD_BinaryBuf {
  public:
   explicit CKD_WideTextBuf(IKD_Allocator* allocator = nullptr) : CKD_BinaryBuf(allocator) {}

@@ -24,6 +24,8 @@
 #include "norvane/text/text_buf.h"
 #include "norvane/text/wide_string.h"
 
+// CKD_UTF8Decoder turns UTF-8 bytes, given one at a time, into characters appended to its wide
+// text buffer, by the rules above; it never fails on malformed input.
 class NORVANE_API CKD_UTF8Decoder : public CKD_Object {
  public:
   explicit CKD_UTF8Decoder(IKD_Allocator* allocator = nullptr) : m_PendingCount(0), m_CodePoint(0), m_Buffer(allocator) {}
@@ -46,6 +48,8 @@ class NORVANE_API CKD_UTF8Decoder : public CKD_Object {
   CKD_WideTextBuf m_Buffer;
 };
 
+// CKD_UTF8Encoder turns characters, given one at a time, into UTF-8 bytes appended to its byte
+// buffer, by the rules above.
 class NORVANE_API CKD_UTF8Encoder : public CKD_Object {
  public:
   explicit CKD_UTF8Encoder(IKD_Allocator* allocator = nullptr) : m_Buffer(allocator) {}

@@ -1,4 +1,6 @@
-# cmake -P script: install, then build and run the consumer with find_package and pkg-config.
+# cmake -P script: install, then build and run the consumer with find_package and pkg-config, and
+# build and test the examples against the installation. With -DPREFIX=<dir> (/usr for the Debian
+# package) it checks what is installed there instead of installing the build.
 cmake_minimum_required(VERSION 3.25)
 
 function(run)
@@ -10,15 +12,24 @@ function(run)
   set(run_output "${out}" PARENT_SCOPE)
 endfunction()
 
-set(prefix ${WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${WORK_DIR})
-run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+if(PREFIX)
+  set(prefix ${PREFIX})
+else()
+  set(prefix ${WORK_DIR}/prefix)
+  run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+endif()
 
-foreach(f include/norvane/norvane.h include/norvane/memory/memory_mgr.h bin/norvane)
+foreach(f include/norvane/norvane.h include/norvane/memory/memory_mgr.h bin/norvane
+        share/bash-completion/completions/norvane)
   if(NOT EXISTS ${prefix}/${f})
     message(FATAL_ERROR "not installed: ${f}")
   endif()
 endforeach()
+file(GLOB man_page ${prefix}/share/man/man1/norvane.1*)
+if(NOT man_page)
+  message(FATAL_ERROR "not installed: share/man/man1/norvane.1")
+endif()
 file(GLOB_RECURSE private_files ${prefix}/include/norvane/*_internal.h ${prefix}/include/norvane/*_test_*.h)
 file(GLOB_RECURSE everything LIST_DIRECTORIES true ${prefix}/include/norvane/*)
 foreach(f IN LISTS everything)
@@ -56,10 +67,12 @@ endif()
 
 # pkg-config
 find_program(PKG_CONFIG pkg-config REQUIRED)
-file(GLOB_RECURSE pc_files ${prefix}/norvane.pc)
-list(GET pc_files 0 pc_file)
-get_filename_component(pc_dir ${pc_file} DIRECTORY)
-set(ENV{PKG_CONFIG_PATH} ${pc_dir})
+if(NOT PREFIX)  # a system-wide installation is on pkg-config's own path
+  file(GLOB_RECURSE pc_files ${prefix}/norvane.pc)
+  list(GET pc_files 0 pc_file)
+  get_filename_component(pc_dir ${pc_file} DIRECTORY)
+  set(ENV{PKG_CONFIG_PATH} ${pc_dir})
+endif()
 run(${PKG_CONFIG} --cflags --libs norvane)
 string(STRIP "${run_output}" pc_flags)
 separate_arguments(pc_flags UNIX_COMMAND "${pc_flags}")
@@ -86,3 +99,10 @@ run(${WORK_DIR}/pc-build/app abc)
 if(NOT run_output STREQUAL "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad\n")
   message(FATAL_ERROR "the README's example printed: ${run_output}")
 endif()
+
+# The examples, a project of their own, built and tested against the installation.
+get_filename_component(cmake_dir ${CMAKE_COMMAND} DIRECTORY)
+run(${CMAKE_COMMAND} -S ${EXAMPLES_DIR} -B ${WORK_DIR}/examples -G ${GENERATOR}
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}")
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/examples)
+run(${cmake_dir}/ctest --test-dir ${WORK_DIR}/examples --output-on-failure)

@@ -8,6 +8,9 @@
 //   1. Write `int RunFoo(int argc, char** argv)` and its usage text `const char kFooUsage[]` in
 //      cmd_foo.cpp, and declare both below.
 //   2. Add one entry to kCommands in main.cpp: {"foo", "ARGS", "one-line summary", RunFoo, kFooUsage}.
+//   3. Describe it in the manual page, norvane.1.in: a .SS section with an example (tool.manpage
+//      checks that every command has one). The bash completion reads commands and options from
+//      the help, so it needs nothing unless an option's values form a known set.
 // The usage text is the whole help of the command, starting "Usage: norvane foo ..." and ending
 // in a newline; `norvane help foo` and `norvane foo --help` print it (main handles both, so the
 // command never sees --help before a "--"). An entry without one gets its synopsis and summary
@@ -65,6 +68,7 @@ int RunGuid(int argc, char** argv);
 int RunRandom(int argc, char** argv);
 int RunBase64(int argc, char** argv);
 int RunUrl(int argc, char** argv);
+int RunPrime(int argc, char** argv);
 
 extern const char kHelpUsage[];
 extern const char kVersionUsage[];
@@ -78,6 +82,7 @@ extern const char kGuidUsage[];
 extern const char kRandomUsage[];
 extern const char kBase64Usage[];
 extern const char kUrlUsage[];
+extern const char kPrimeUsage[];
 
 }  // namespace nvtool
 

@@ -22,6 +22,8 @@ const Command kCommands[] = {
      RunRandom, kRandomUsage},
     {"base64", "[-d] [FILE]", "encode to or decode from Base64 on one line", RunBase64, kBase64Usage},
     {"url", "MODE [TEXT]...", "percent-encode or decode URLs and URIs", RunUrl, kUrlUsage},
+    {"prime", "--bits N [--seed HEX]", "a random prime of N bits, drawn as key generation draws one", RunPrime,
+     kPrimeUsage},
 };
 const size_t kCommandCount = sizeof(kCommands) / sizeof(kCommands[0]);
 
