@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "norvane/crypto/montgomery.h"
+#include "norvane/crypto/montgomery_internal.h"
 #include "norvane/crypto/pki_failures_internal.h"
 #include "norvane/crypto/pubkey_internal.h"
 #include "norvane/crypto/sha.h"
@@ -25,6 +26,30 @@ KDPKI_DSA::KDPKI_DSA(const KDPKI_HugeInt& p, const KDPKI_HugeInt& q, const KDPKI
 KDPKI_DSA::KDPKI_DSA(const KDPKI_HugeInt& p, const KDPKI_HugeInt& q, const KDPKI_HugeInt& g, const KDPKI_HugeInt& y)
     : m_p(p), m_q(q), m_g(g), m_y(y), m_Seed(), m_nSeedLength(0), m_nCounter(0) {}
 
+int KDPKI_DSA::SignatureDigest(KDPKI_RandomGenerator& generator, const uint8_t* digest, int digest_length,
+                               uint8_t* signature_out) {
+  // Below 2 the draw of k has no range, and r would be 0 for ever.
+  if (!digest || !signature_out || m_q < KDPKI_HugeInt::Two()) return 0;
+  const kdpki::FailureWatch watch;
+  const int size = static_cast<int>(m_q.GetByteCount());
+  KDPKI_HugeInt h;
+  KDPKI_ImportMPInt(h, digest, digest_length < 0 ? 0u : static_cast<uint32_t>(digest_length));
+  const KDPKI_HugeInt q1 = m_q - 1u;
+  // For a real key r or s is 0 with a chance of about 1 in q; a run of such draws means a key
+  // (p, q, g) under which the search would never end.
+  for (int attempt = 0; attempt < 256 && !watch.Failed(); ++attempt) {
+    KDPKI_HugeInt k;
+    if (!k.Random(generator, KDPKI_HugeInt::One(), q1)) return 0;
+    const KDPKI_HugeInt r = KDPKI_ModularExponentiation(m_g, k, m_p) % m_q;
+    const KDPKI_HugeInt s = (k.InverseMod(m_q) * (h + m_x * r)) % m_q;
+    if (r.IsZero() || s.IsZero() || watch.Failed()) continue;
+    r.Encode(signature_out, size);
+    s.Encode(signature_out + size, size);
+    return 2 * size;
+  }
+  return 0;
+}
+
 bool KDPKI_DSA::VerificationDigest(const uint8_t* digest, int digest_length, const uint8_t* signature) {
   if (!digest || !signature) return false;
   const auto size = static_cast<uint32_t>(m_q.GetByteCount());
@@ -36,21 +61,34 @@ bool KDPKI_DSA::VerificationDigest(const uint8_t* digest, int digest_length, con
   const KDPKI_HugeInt w = s.InverseMod(m_q);
   const KDPKI_HugeInt u1 = (h * w) % m_q;
   const KDPKI_HugeInt u2 = (r * w) % m_q;
-  const KDPKI_HugeInt v =
-      (KDPKI_ModularExponentiation(m_g, u1, m_p) * KDPKI_ModularExponentiation(m_y, u2, m_p)) % m_p % m_q;
+  // (g^u1 mod p)(y^u2 mod p) mod p in one pass over both exponents.
+  const KDPKI_HugeInt v = kdpki::DoubleExponentiation(m_g, u1, m_y, u2, m_p) % m_q;
   return v == r;
 }
 
-namespace {
-
-KDPKI_HugeInt Sha1Of(const CKD_ByteStringC& data, uint8_t digest[20]) {
+bool KDPKI_DsaSign(const CKD_ByteStringC& data, const CKD_ByteStringC& private_key, CKD_ByteString& out) {
+  const kdpki::FailureWatch watch;
+  KDPKI_HugeInt p, q, g, y, x;
+  if (!kdpki::ReadMPInts(private_key, {&p, &q, &g, &y, &x})) return false;
+  KDPKI_DSA key(p, q, g, y, x);
+  uint8_t digest[20];
   CRYPT_SHA1Generate(data.GetPtr(), static_cast<uint32_t>(data.GetLength()), digest);
-  KDPKI_HugeInt h;
-  KDPKI_ImportMPInt(h, digest, 20);
-  return h;
+  KDPKI_RandomGenerator generator;  // unseeded: k differs from call to call
+  // A generator whose twister could not be allocated gives the same bytes every time: k would
+  // repeat, and two signatures with one k give the private key away.
+  if (!generator.m_hRandom || watch.Failed()) return false;
+  CKD_ByteString t;
+  const int size = 2 * static_cast<int>(q.GetByteCount());
+  char* buffer = t.GetBuffer(size);
+  if (!buffer) return false;
+  if (key.SignatureDigest(generator, digest, sizeof digest, reinterpret_cast<uint8_t*>(buffer)) != size ||
+      watch.Failed()) {
+    return false;
+  }
+  t.ReleaseBuffer(size);
+  out.swap(t);
+  return true;
 }
-
-}  // namespace
 
 bool KDPKI_VerifyDsaSign(const CKD_ByteStringC& data, const CKD_ByteStringC& signature,
                          const CKD_ByteStringC& public_key) {
@@ -61,7 +99,7 @@ bool KDPKI_VerifyDsaSign(const CKD_ByteStringC& data, const CKD_ByteStringC& sig
   if (static_cast<int64_t>(signature.GetLength()) < 2 * static_cast<int64_t>(q.GetByteCount())) return false;
   KDPKI_DSA key(p, q, g, y);
   uint8_t digest[20];
-  Sha1Of(data, digest);
+  CRYPT_SHA1Generate(data.GetPtr(), static_cast<uint32_t>(data.GetLength()), digest);
   return key.VerificationDigest(digest, sizeof digest, signature.GetPtr()) && !watch.Failed();
 }
 

@@ -4,7 +4,6 @@
 #include <climits>
 #include <cstring>
 
-#include "norvane/crypto/pki_failures_internal.h"
 #include "norvane/crypto/pki_words.h"
 #include "norvane/crypto/pubkey_internal.h"
 
@@ -14,7 +13,6 @@ namespace {
 // this library can have (2^31 bytes or more) load nothing and give zero.
 void Load(KDPKI_HugeInt& value, const uint8_t* bytes, uint32_t n) {
   value.Decode(bytes, n > INT_MAX ? 0 : static_cast<int>(n));
-  value.SetSign(0);
 }
 
 }  // namespace

@@ -11,8 +11,6 @@
 #include <fstream>
 #include <sstream>
 
-#include "norvane/crypto/mpint.h"
-
 namespace pktest {
 
 Bytes FromHex(const std::string& hex) {
@@ -69,102 +67,38 @@ std::vector<Bytes> Unblob(const Bytes& blob) {
   return values;
 }
 
-// ---- JSON ----
-
-namespace {
-
-struct JsonParser {
-  const std::string& s;
-  size_t i = 0;
-  bool ok = true;
-
-  void Space() {
-    while (i < s.size() && std::isspace(static_cast<unsigned char>(s[i]))) ++i;
-  }
-  bool Eat(char c) {
-    Space();
-    if (i < s.size() && s[i] == c) {
-      ++i;
-      return true;
-    }
-    return false;
-  }
-  std::string String() {
-    std::string out;
-    if (!Eat('"')) {
-      ok = false;
-      return out;
-    }
-    while (i < s.size() && s[i] != '"') {
-      if (s[i] == '\\' && i + 1 < s.size()) {
-        ++i;
-        const char c = s[i];
-        out += c == 'n' ? '\n' : c == 't' ? '\t' : c;  // the files escape only these, '"' and '/'
-      } else {
-        out += s[i];
-      }
-      ++i;
-    }
-    ok = ok && i < s.size();
-    ++i;
-    return out;
-  }
-  Json Value() {
-    Json v;
-    Space();
-    if (i >= s.size()) {
-      ok = false;
-      return v;
-    }
-    const char c = s[i];
-    if (c == '{') {
-      v.kind = Json::kObject;
-      ++i;
-      if (Eat('}')) return v;
-      do {
-        std::string key = String();
-        if (!Eat(':')) ok = false;
-        v.members[key] = Value();
-      } while (ok && Eat(','));
-      if (!Eat('}')) ok = false;
-    } else if (c == '[') {
-      v.kind = Json::kArray;
-      ++i;
-      if (Eat(']')) return v;
-      do {
-        v.items.push_back(Value());
-      } while (ok && Eat(','));
-      if (!Eat(']')) ok = false;
-    } else if (c == '"') {
-      v.kind = Json::kString;
-      v.text = String();
-    } else {
-      const size_t start = i;
-      while (i < s.size() && (std::isalnum(static_cast<unsigned char>(s[i])) || s[i] == '-' || s[i] == '.')) ++i;
-      v.text = s.substr(start, i - start);
-      v.kind = v.text == "null" ? Json::kNull : (v.text == "true" || v.text == "false") ? Json::kBool : Json::kNumber;
-      ok = ok && i > start;
-    }
-    return v;
-  }
-};
-
-}  // namespace
-
-const Json& Json::operator[](const std::string& key) const {
-  static const Json kNone;
-  auto it = members.find(key);
-  return it == members.end() ? kNone : it->second;
-}
-
-Json ReadJson(const std::string& path) {
+std::vector<Vector> ReadVectors(const std::string& path) {
   std::ifstream in(path);
   std::stringstream text;
   text << in.rdbuf();
   const std::string s = text.str();
-  JsonParser p{s};
-  Json v = p.Value();
-  return p.ok ? v : Json();
+  std::vector<Vector> cases;
+  std::map<std::string, std::string> group;
+  // Every "name": value pair with a string or number value, in the file's order.
+  for (size_t i = s.find('"'); i != std::string::npos; i = s.find('"', i)) {
+    const size_t end = s.find('"', i + 1);
+    const std::string name = s.substr(i + 1, end - i - 1);
+    size_t v = s.find_first_not_of(" \n", end + 1);
+    i = end + 1;
+    if (v == std::string::npos || s[v] != ':') continue;
+    v = s.find_first_not_of(" \n", v + 1);
+    std::string value;
+    if (s[v] == '"') {
+      for (i = v + 1; s[i] != '"'; ++i) value += s[i] == '\\' ? s[++i] : s[i];
+      ++i;
+    } else if (std::isdigit(static_cast<unsigned char>(s[v]))) {
+      for (i = v; std::isdigit(static_cast<unsigned char>(s[i])); ++i) value += s[i];
+    } else {
+      continue;  // an object or array: its pairs follow
+    }
+    if (name == "tcId") cases.push_back({group, {}});
+    if (name == "tcId" || name == "comment" || name == "msg" || name == "sig" || name == "result") {
+      if (!cases.empty()) cases.back().test[name] = value;
+    } else {
+      group[name] = value;
+    }
+  }
+  return cases;
 }
 
 // ---- OpenSSL ----
@@ -173,16 +107,11 @@ Bn ToBn(const Bytes& big_endian) {
   return Bn(BN_bin2bn(big_endian.data(), static_cast<int>(big_endian.size()), nullptr));
 }
 
-Bytes FromBn(const BIGNUM* b) {
-  Bytes out(static_cast<size_t>(BN_num_bytes(b)));
-  BN_bn2bin(b, out.data());
-  return out;
-}
-
 Bytes Param(EVP_PKEY* key, const char* name) {
   BIGNUM* b = nullptr;
   if (!EVP_PKEY_get_bn_param(key, name, &b)) return {};
-  Bytes out = FromBn(b);
+  Bytes out(static_cast<size_t>(BN_num_bytes(b)));
+  BN_bn2bin(b, out.data());
   BN_clear_free(b);
   return out;
 }
@@ -232,10 +161,6 @@ Pkey RsaFromParts(const Bytes& n, const Bytes& e, const Bytes& d, const Bytes& p
                      {OSSL_PKEY_PARAM_RSA_EXPONENT1, dp},
                      {OSSL_PKEY_PARAM_RSA_EXPONENT2, dq},
                      {OSSL_PKEY_PARAM_RSA_COEFFICIENT1, qinv}});
-}
-
-Pkey RsaPublic(const Bytes& n, const Bytes& e) {
-  return FromParams("RSA", EVP_PKEY_PUBLIC_KEY, {{OSSL_PKEY_PARAM_RSA_N, n}, {OSSL_PKEY_PARAM_RSA_E, e}});
 }
 
 Bytes RsaPublicBlob(EVP_PKEY* key) { return Blob({Param(key, OSSL_PKEY_PARAM_RSA_N), Param(key, OSSL_PKEY_PARAM_RSA_E)}); }
@@ -304,56 +229,35 @@ Bytes DsaBlob(EVP_PKEY* key, bool with_private) {
   return Blob(values);
 }
 
-namespace {
-
-void DerInteger(Bytes& out, const uint8_t* v, size_t n) {
-  while (n > 0 && *v == 0) {
-    ++v;
-    --n;
-  }
-  Bytes content;
-  if (n == 0 || (v[0] & 0x80)) content.push_back(0);
-  content.insert(content.end(), v, v + n);
-  out.push_back(0x02);
-  out.push_back(static_cast<uint8_t>(content.size()));
-  out.insert(out.end(), content.begin(), content.end());
-}
-
-}  // namespace
-
 Bytes EncodeDsaSig(const Bytes& rs) {
-  Bytes body;
-  DerInteger(body, rs.data(), rs.size() / 2);
-  DerInteger(body, rs.data() + rs.size() / 2, rs.size() / 2);
-  Bytes out = {0x30, static_cast<uint8_t>(body.size())};
-  out.insert(out.end(), body.begin(), body.end());
+  const size_t half = rs.size() / 2;
+  DSA_SIG* sig = DSA_SIG_new();
+  DSA_SIG_set0(sig, BN_bin2bn(rs.data(), static_cast<int>(half), nullptr),
+               BN_bin2bn(rs.data() + half, static_cast<int>(half), nullptr));
+  unsigned char* der = nullptr;
+  const int n = i2d_DSA_SIG(sig, &der);
+  Bytes out(der, der + (n > 0 ? n : 0));
+  OPENSSL_free(der);
+  DSA_SIG_free(sig);
   return out;
 }
 
 bool DecodeDsaSig(const Bytes& der, size_t size, Bytes* rs) {
-  // Strict DER: short lengths only (a 1024-bit DSA signature never needs long ones), minimal
-  // non-negative integers, nothing after the sequence.
-  if (der.size() < 2 || der[0] != 0x30 || der[1] >= 0x80 || der[1] != der.size() - 2) return false;
+  // OpenSSL reads BER leniently; strict DER is what it writes back byte for byte.
+  const unsigned char* p = der.data();
+  DSA_SIG* sig = d2i_DSA_SIG(nullptr, &p, static_cast<long>(der.size()));
+  if (!sig) return false;
+  const BIGNUM *r = nullptr, *s = nullptr;
+  DSA_SIG_get0(sig, &r, &s);
+  const bool fits = BN_num_bytes(r) <= static_cast<int>(size) && BN_num_bytes(s) <= static_cast<int>(size) &&
+                    !BN_is_negative(r) && !BN_is_negative(s);
   rs->assign(2 * size, 0);
-  size_t pos = 2;
-  for (int i = 0; i < 2; ++i) {
-    if (der.size() - pos < 2 || der[pos] != 0x02 || der[pos + 1] >= 0x80) return false;
-    const size_t n = der[pos + 1];
-    pos += 2;
-    if (n == 0 || der.size() - pos < n) return false;
-    const uint8_t* v = der.data() + pos;
-    if (v[0] & 0x80) return false;                             // negative
-    if (n > 1 && v[0] == 0 && !(v[1] & 0x80)) return false;    // not minimal
-    size_t m = n;
-    while (m > 0 && *v == 0) {
-      ++v;
-      --m;
-    }
-    if (m > size) return false;
-    std::copy(v, v + m, rs->begin() + static_cast<long>(i * size + size - m));
-    pos += n;
+  if (fits) {
+    BN_bn2binpad(r, rs->data(), static_cast<int>(size));
+    BN_bn2binpad(s, rs->data() + size, static_cast<int>(size));
   }
-  return pos == der.size();
+  DSA_SIG_free(sig);
+  return fits && p == der.data() + der.size() && EncodeDsaSig(*rs) == der;
 }
 
 Bytes OpensslSign(EVP_PKEY* key, const char* digest, const Bytes& data) {

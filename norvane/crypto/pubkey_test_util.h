@@ -1,6 +1,5 @@
-// Helpers of the RSA and DSA tests (not installed): hex, views of byte vectors, a small JSON reader
-// for the Wycheproof files, and conversions between the library's key blobs and OpenSSL's keys
-// (the oracle).
+// Helpers of the RSA and DSA tests (not installed): hex, views of byte vectors, a reader of the
+// Wycheproof files, and conversions between the library's key blobs and OpenSSL's keys (the oracle).
 #ifndef NORVANE_CRYPTO_PUBKEY_TEST_UTIL_H_
 #define NORVANE_CRYPTO_PUBKEY_TEST_UTIL_H_
 
@@ -35,18 +34,12 @@ Bytes Blob(const std::vector<Bytes>& values);
 // The values of a blob of MPInts; empty when it does not parse to its end.
 std::vector<Bytes> Unblob(const Bytes& blob);
 
-// A parsed JSON value: strings keep their text, numbers their digits.
-struct Json {
-  enum Kind { kNull, kBool, kNumber, kString, kArray, kObject } kind = kNull;
-  std::string text;
-  std::vector<Json> items;
-  std::map<std::string, Json> members;
-  const Json& operator[](const std::string& key) const;
-  bool Has(const std::string& key) const { return members.count(key) != 0; }
+// One case of a Wycheproof file: its own fields (tcId, comment, msg, sig, result) and those its
+// group gave before it (the key's, sha, ...), as text; numbers keep their digits.
+struct Vector {
+  std::map<std::string, std::string> group, test;
 };
-// Reads a JSON file; fails the calling test (through an assertion in the caller) on a parse error
-// by returning a null value.
-Json ReadJson(const std::string& path);
+std::vector<Vector> ReadVectors(const std::string& path);
 
 // OpenSSL values, freed by their holders.
 struct BnFree {
@@ -59,7 +52,6 @@ using Bn = std::unique_ptr<BIGNUM, BnFree>;
 using Pkey = std::unique_ptr<EVP_PKEY, PkeyFree>;
 
 Bn ToBn(const Bytes& big_endian);
-Bytes FromBn(const BIGNUM* b);
 // The named big-number parameter of a key (OSSL_PKEY_PARAM_*), big-endian.
 Bytes Param(EVP_PKEY* key, const char* name);
 
@@ -68,8 +60,6 @@ Pkey OpensslRsaKey(int bits, unsigned e);
 // An OpenSSL RSA key from its parts (dp = d mod (p - 1), dq = d mod (q - 1), qinv = q^-1 mod p).
 Pkey RsaFromParts(const Bytes& n, const Bytes& e, const Bytes& d, const Bytes& p, const Bytes& q, const Bytes& dp,
                   const Bytes& dq, const Bytes& qinv);
-// An OpenSSL RSA public key.
-Pkey RsaPublic(const Bytes& n, const Bytes& e);
 // The library's blobs of an OpenSSL RSA key: MPInt(n) MPInt(e), and MPInt(p) MPInt(q) MPInt(dp)
 // MPInt(dq) MPInt(u) with u = q^-1 mod p.
 Bytes RsaPublicBlob(EVP_PKEY* key);
@@ -86,8 +76,9 @@ Pkey OpensslDsaKey();
 Pkey DsaFromParts(const Bytes& p, const Bytes& q, const Bytes& g, const Bytes& y, const Bytes& x);
 // The library's blobs of an OpenSSL DSA key: MPInt(p) MPInt(q) MPInt(g) MPInt(y) [MPInt(x)].
 Bytes DsaBlob(EVP_PKEY* key, bool with_private);
-// DER SEQUENCE { INTEGER r, INTEGER s } from and to r || s of size bytes each. DecodeDsaSig returns
-// false when the DER is not exactly that or a value does not fit size bytes.
+// DER SEQUENCE { INTEGER r, INTEGER s } from and to r || s of size bytes each, through OpenSSL.
+// DecodeDsaSig returns false when the bytes are not strictly that DER (as OpenSSL would write it
+// again) or a value does not fit size bytes.
 Bytes EncodeDsaSig(const Bytes& rs);
 bool DecodeDsaSig(const Bytes& der, size_t size, Bytes* rs);
 

@@ -13,7 +13,6 @@ namespace {
 
 using pktest::Bytes;
 using pktest::FromHex;
-using pktest::Json;
 using pktest::View;
 
 const std::string kData = NORVANE_CRYPTO_TESTDATA;
@@ -36,58 +35,44 @@ bool EndsInDigest(const Bytes& n, const Bytes& e, const Bytes& sig, const Bytes&
 // the digest (what the deliberate cut lets through), so a regression either way fails. Keys whose
 // exponent is not 65537 are refused by the DER reader, valid signatures included.
 TEST(Wycheproof, RsaPkcs1Sha256) {
-  const Json file = pktest::ReadJson(kData + "/rsa_signature_2048_sha256_test.json");
-  ASSERT_EQ(file.kind, Json::kObject);
-  int cases = 0, valid = 0, cut_accepts = 0, other_exponent = 0;
-  for (const Json& group : file["testGroups"].items) {
-    const Bytes der = FromHex(group["publicKeyAsn"].text);
-    const Bytes n = FromHex(group["publicKey"]["modulus"].text), e = FromHex(group["publicKey"]["publicExponent"].text);
-    const bool f4 = group["publicKey"]["publicExponent"].text == "010001";
-    for (const Json& test : group["tests"].items) {
-      ++cases;
-      const Bytes msg = FromHex(test["msg"].text), sig = FromHex(test["sig"].text);
-      const std::string& result = test["result"].text;
-      const bool ends_in_digest = EndsInDigest(n, e, sig, msg);
-      if (result == "valid") {
-        ++valid;
-        ASSERT_TRUE(ends_in_digest) << "tcId " << test["tcId"].text;
-      }
-      const bool expected = f4 && ends_in_digest;
-      other_exponent += !f4;
-      cut_accepts += expected && result != "valid";
-      EXPECT_EQ(KDPKI_VerifySHA256RsaSign(View(msg), View(sig), View(der)), expected)
-          << "tcId " << test["tcId"].text << " (" << result << "): " << test["comment"].text;
+  int valid = 0, cut_accepts = 0, other_exponent = 0;
+  const std::vector<pktest::Vector> cases = pktest::ReadVectors(kData + "/rsa_signature_2048_sha256_test.json");
+  for (const pktest::Vector& v : cases) {
+    const Bytes msg = FromHex(v.test.at("msg")), sig = FromHex(v.test.at("sig"));
+    const std::string& e = v.group.at("publicExponent");
+    const bool ends_in_digest = EndsInDigest(FromHex(v.group.at("modulus")), FromHex(e), sig, msg);
+    const bool expected = e == "010001" && ends_in_digest;
+    if (v.test.at("result") == "valid") {
+      ++valid;
+      EXPECT_TRUE(ends_in_digest) << v.test.at("tcId");
+    } else {
+      cut_accepts += expected;
     }
+    other_exponent += e != "010001";
+    EXPECT_EQ(KDPKI_VerifySHA256RsaSign(View(msg), View(sig), View(FromHex(v.group.at("publicKeyAsn")))), expected)
+        << "tcId " << v.test.at("tcId") << " (" << v.test.at("result") << "): " << v.test.at("comment");
   }
-  EXPECT_EQ(cases, 259);
+  EXPECT_EQ(cases.size(), 259u);
   EXPECT_EQ(valid, 9);
   EXPECT_EQ(other_exponent, 2);
-  // Invalid or acceptable cases whose block ends in the digest: forged paddings and prefixes.
-  EXPECT_GT(cut_accepts, 0);
+  EXPECT_GT(cut_accepts, 0);  // forged paddings and prefixes that end in the digest
 }
 
 // Every 1024-bit SHA-1 case, the DER signature decoded strictly to r || s first (one that does
 // not decode to two 20-byte values counts as rejected). "acceptable" cases may go either way.
 TEST(Wycheproof, Dsa1024Sha1) {
-  const Json file = pktest::ReadJson(kData + "/dsa_test.json");
-  ASSERT_EQ(file.kind, Json::kObject);
   int cases = 0, accepted = 0;
-  for (const Json& group : file["testGroups"].items) {
-    const Json& key = group["key"];
-    if (group["sha"].text != "SHA-1" || key["keySize"].text != "1024") continue;
-    const Bytes blob = pktest::Blob(
-        {FromHex(key["p"].text), FromHex(key["q"].text), FromHex(key["g"].text), FromHex(key["y"].text)});
-    for (const Json& test : group["tests"].items) {
-      ++cases;
-      const Bytes msg = FromHex(test["msg"].text);
-      Bytes rs;
-      const bool ok = pktest::DecodeDsaSig(FromHex(test["sig"].text), 20, &rs) &&
-                      KDPKI_VerifyDsaSign(View(msg), View(rs), View(blob));
-      accepted += ok;
-      const std::string& result = test["result"].text;
-      if (result != "acceptable") {
-        EXPECT_EQ(ok, result == "valid") << "tcId " << test["tcId"].text << ": " << test["comment"].text;
-      }
+  for (const pktest::Vector& v : pktest::ReadVectors(kData + "/dsa_test.json")) {
+    if (v.group.at("sha") != "SHA-1" || v.group.at("keySize") != "1024") continue;
+    ++cases;
+    const Bytes blob = pktest::Blob({FromHex(v.group.at("p")), FromHex(v.group.at("q")), FromHex(v.group.at("g")),
+                                     FromHex(v.group.at("y"))});
+    Bytes rs;
+    const bool ok = pktest::DecodeDsaSig(FromHex(v.test.at("sig")), 20, &rs) &&
+                    KDPKI_VerifyDsaSign(View(FromHex(v.test.at("msg"))), View(rs), View(blob));
+    accepted += ok;
+    if (v.test.at("result") != "acceptable") {
+      EXPECT_EQ(ok, v.test.at("result") == "valid") << "tcId " << v.test.at("tcId") << ": " << v.test.at("comment");
     }
   }
   EXPECT_EQ(cases, 302);

@@ -19,6 +19,62 @@ struct KDPKIRsaLayout {
                 "RSA key layout");
 };
 
+KDPKI_RSA::KDPKI_RSA(KDPKI_RandomGenerator& generator, int bits) { CreateKey(generator, bits, KDPKI_HugeInt(17u)); }
+
+bool KDPKI_RSA::CreateKey(KDPKI_RandomGenerator& generator, int bits, const KDPKI_HugeInt& e) {
+  // An even (or non-positive) exponent would never become coprime to the even lambda.
+  if (bits < 15 || !e.IsPositive() || e.IsEven()) return false;
+  const kdpki::FailureWatch watch;
+  // 182/256 and 181/256 bracket 1/sqrt(2): two primes from the range make exactly bits bits.
+  KDPKI_HugeInt low, high;
+  if (bits % 2 == 0) {
+    low.Power2(static_cast<unsigned>(bits / 2 - 8));
+    low = low * 182u;
+    high.Power2(static_cast<unsigned>(bits / 2));
+    high = high - 1u;
+  } else {
+    low.Power2(static_cast<unsigned>((bits - 1) / 2));
+    high.Power2(static_cast<unsigned>((bits + 1) / 2 - 8));
+    high = high * 181u;
+  }
+  KDPKI_HugeInt p, q;
+  if (!p.Random(generator, low, high, KDPKI_RANDOM_PRIME) || !q.Random(generator, low, high, KDPKI_RANDOM_PRIME)) {
+    return false;
+  }
+  const KDPKI_HugeInt p1 = p - 1u, q1 = q - 1u;
+  KDPKI_HugeInt u = q.InverseMod(p);
+  const KDPKI_HugeInt lambda = KDPKI_HugeInt::LCM(p1, q1);
+  KDPKI_HugeInt exponent = e;
+  while (KDPKI_HugeInt::GCD(exponent, lambda) != KDPKI_HugeInt::One() && !watch.Failed()) exponent += 2u;
+  KDPKI_HugeInt d = exponent.InverseMod(lambda);
+  KDPKI_HugeInt dq = d % q1, dp = d % p1, n = p * q;
+  if (watch.Failed()) return false;
+  m_n.Swap(n);
+  m_e.Swap(exponent);
+  m_d.Swap(d);
+  m_p.Swap(p);
+  m_q.Swap(q);
+  m_dp.Swap(dp);
+  m_dq.Swap(dq);
+  m_u.Swap(u);
+  return true;
+}
+
+bool KDPKI_CreateRsaKey(int bits, const CKD_ByteStringC& seed, const CKD_ByteStringC&, CKD_ByteString& public_out,
+                        CKD_ByteString& private_out) {
+  KDPKI_RandomGenerator generator(seed.GetPtr(), static_cast<uint32_t>(seed.GetLength()));
+  KDPKI_RSA key;
+  CKD_ByteString pub, priv;
+  // Without its twister (memory ran out) the generator's bytes would not be the seed's.
+  if (!generator.m_hRandom || !key.CreateKey(generator, bits, KDPKI_HugeInt(17u)) || !kdpki::StoreMPInts(pub, {&key.m_n, &key.m_e}) ||
+      !kdpki::StoreMPInts(priv, {&key.m_p, &key.m_q, &key.m_dp, &key.m_dq, &key.m_u})) {
+    return false;
+  }
+  public_out.swap(pub);
+  private_out.swap(priv);
+  return true;
+}
+
 KDPKI_HugeInt KDPKI_RSAScheme::RSASP1(const KDPKI_HugeInt& x, const KDPKI_HugeInt& dp, const KDPKI_HugeInt& dq,
                                       const KDPKI_HugeInt& p, const KDPKI_HugeInt& q, const KDPKI_HugeInt& u) {
   return KDPKI_ModularExponentiation_Fast(x, dp, dq, p, q, u);
