@@ -22,7 +22,6 @@ struct KDPKIRsaLayout {
 KDPKI_RSA::KDPKI_RSA(KDPKI_RandomGenerator& generator, int bits) { CreateKey(generator, bits, KDPKI_HugeInt(17u)); }
 
 bool KDPKI_RSA::CreateKey(KDPKI_RandomGenerator& generator, int bits, const KDPKI_HugeInt& e) {
-  // An even (or non-positive) exponent would never become coprime to the even lambda.
   if (bits < 15 || !e.IsPositive() || e.IsEven()) return false;
   const kdpki::FailureWatch watch;
   // 182/256 and 181/256 bracket 1/sqrt(2): two primes from the range make exactly bits bits.
@@ -64,6 +63,9 @@ bool KDPKI_CreateRsaKey(int bits, const CKD_ByteStringC& seed, const CKD_ByteStr
                         CKD_ByteString& private_out) {
   KDPKI_RandomGenerator generator(seed.GetPtr(), static_cast<uint32_t>(seed.GetLength()));
   KDPKI_RSA key;
+  // The blobs are built at their exact sizes. A scratch buffer of bits bytes, in which they were
+  // once assembled, is too small for the smallest keys (a 16-bit key's private blob takes 25
+  // bytes); the bytes written are the same.
   CKD_ByteString pub, priv;
   // Without its twister (memory ran out) the generator's bytes would not be the seed's.
   if (!generator.m_hRandom || !key.CreateKey(generator, bits, KDPKI_HugeInt(17u)) || !kdpki::StoreMPInts(pub, {&key.m_n, &key.m_e}) ||

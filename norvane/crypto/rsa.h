@@ -41,7 +41,8 @@ class NORVANE_API KDPKI_RSA : public CKD_Object {
  public:
   // An empty key: every field zero.
   KDPKI_RSA() = default;
-  // Generates a key of bits modulus bits with the starting public exponent 17 (CreateKey).
+  // Generates a key of bits modulus bits with the starting public exponent 17 (CreateKey); where
+  // that fails, every field stays zero.
   KDPKI_RSA(KDPKI_RandomGenerator& generator, int bits);
 
   // CreateKey generates a key whose modulus has exactly bits bits from the generator's bytes:
@@ -52,7 +53,8 @@ class NORVANE_API KDPKI_RSA : public CKD_Object {
   //  - e = the given e, raised by 2 while it shares a factor with lambda;
   //  - d = e^-1 mod lambda, dq = d mod (q - 1), dp = d mod (p - 1), n = p q.
   // Returns false, with the fields as they were, when bits is below 15 (the ranges need at least
-  // that), when no prime can be drawn or when memory runs out.
+  // that), when e is even or not positive (it would never become coprime to the even lambda),
+  // when no prime can be drawn or when memory runs out.
   bool CreateKey(KDPKI_RandomGenerator& generator, int bits, const KDPKI_HugeInt& e);
 
   KDPKI_HugeInt m_n;   // modulus p q

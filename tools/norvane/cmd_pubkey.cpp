@@ -21,6 +21,18 @@
 
 namespace nvtool {
 
+// The parts of the two usage texts that are the same.
+#define NV_PUBKEY_FILES                                                                   \
+  "Data come from FILE or standard input; results go to standard output or -o FILE.\n"   \
+  "\n"                                                                                    \
+  "  -k, --key FILE        the key blob (PREFIX.key or PREFIX.pub)\n"                     \
+  "  -s, --signature FILE  verify: the signature\n"                                       \
+  "  -o, --out FILE        the output file; keygen: the prefix of the two key files\n"
+#define NV_PUBKEY_EXIT                                                                              \
+  "\n"                                                                                              \
+  "Exit status: 0 done, 1 a failed verification or a file that cannot be read or written, 2 a\n" \
+  "usage error or a malformed key file.\n"
+
 const char kRsaUsage[] =
     "Usage: norvane rsa keygen --bits N [--seed HEX] --out PREFIX\n"
     "       norvane rsa sign --key KEY [--hex] [-o FILE] [FILE]\n"
@@ -46,20 +58,14 @@ const char kRsaUsage[] =
     "           private key as PKCS#8 PrivateKeyInfo (n, e and d rebuilt from the primes), which\n"
     "           `openssl pkey` reads; --pubout writes the public part of a private key\n"
     "\n"
-    "Data come from FILE or standard input; results go to standard output or -o FILE.\n"
-    "\n"
-    "  -k, --key FILE        the key blob (PREFIX.key or PREFIX.pub)\n"
-    "  -s, --signature FILE  verify: the signature\n"
-    "  -o, --out FILE        the output file; keygen: the prefix of the two key files\n"
+    NV_PUBKEY_FILES
     "      --bits N          keygen: the modulus size in bits\n"
     "      --seed HEX        keygen: the seed bytes in hex\n"
     "      --hex             signatures and ciphertexts as one line of hex (written by sign and\n"
     "                        encrypt, read by verify and decrypt)\n"
     "      --pem, --der      export: the form written (PEM by default)\n"
     "      --pubout          export: the public part of a private key\n"
-    "\n"
-    "Exit status: 0 done, 1 a failed verification or a file that cannot be read or written, 2 a\n"
-    "usage error or a malformed key file.\n";
+    NV_PUBKEY_EXIT;
 
 const char kDsaUsage[] =
     "Usage: norvane dsa keygen [--seed HEX] --out PREFIX\n"
@@ -78,19 +84,13 @@ const char kDsaUsage[] =
     "  export   writes KEY as PEM (the default) or DER: SubjectPublicKeyInfo or PKCS#8, which\n"
     "           `openssl pkey` reads; --pubout writes the public part of a private key\n"
     "\n"
-    "Data come from FILE or standard input; results go to standard output or -o FILE.\n"
-    "\n"
-    "  -k, --key FILE        the key blob (PREFIX.key or PREFIX.pub)\n"
-    "  -s, --signature FILE  verify: the signature\n"
-    "  -o, --out FILE        the output file; keygen: the prefix of the two key files\n"
+    NV_PUBKEY_FILES
     "      --seed HEX        keygen: the seed bytes in hex\n"
     "      --hex             signatures as one line of hex (sign writes, verify reads)\n"
     "      --der             sign, verify: signatures in DER; export: DER instead of PEM\n"
     "      --pem             export: PEM (the default)\n"
     "      --pubout          export: the public part of a private key\n"
-    "\n"
-    "Exit status: 0 done, 1 a failed verification or a file that cannot be read or written, 2 a\n"
-    "usage error or a malformed key file.\n";
+    NV_PUBKEY_EXIT;
 
 namespace {
 
@@ -145,6 +145,17 @@ int LoadKey(const Args& a, const char* path, KeyKind kind, Bytes* blob, KeyBlob*
 // Reads the data operand (standard input when there is none).
 bool ReadData(const Args& a, Bytes* data) {
   return ReadAll(a, a.operands.empty() ? "-" : a.operands[0], INT_MAX, data);
+}
+
+// Replaces hex text (a line end after it allowed) by its bytes; false when it is not hex.
+bool FromHexText(Bytes* bytes) {
+  std::string text(bytes->begin(), bytes->end());
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+  if (text.empty()) {
+    bytes->clear();
+    return true;
+  }
+  return ParseHex(text.c_str(), bytes);
 }
 
 std::string Hex(const uint8_t* p, size_t n) {
@@ -226,13 +237,18 @@ int Keygen(const Args& a, bool rsa) {
                                                                                                  : kExitFailure;
 }
 
+// The key of --key as the kind, then the data; the status to return on failure, or -1.
+int KeyAndData(const Args& a, KeyKind kind, Bytes* blob, KeyBlob* key, Bytes* data) {
+  if (!a.value[kKey]) return UsageError("%s %s: give the key file with --key FILE", a.command, a.sub);
+  const int status = LoadKey(a, a.value[kKey], kind, blob, key);
+  return status >= 0 ? status : ReadData(a, data) ? -1 : kExitFailure;
+}
+
 int Sign(const Args& a, bool rsa) {
-  if (!a.value[kKey]) return UsageError("%s sign: give the private key with --key KEY", a.command);
   Bytes blob, data;
   KeyBlob key;
-  const int status = LoadKey(a, a.value[kKey], rsa ? KeyKind::kRsaPrivate : KeyKind::kDsaPrivate, &blob, &key);
+  const int status = KeyAndData(a, rsa ? KeyKind::kRsaPrivate : KeyKind::kDsaPrivate, &blob, &key, &data);
   if (status >= 0) return status;
-  if (!ReadData(a, &data)) return kExitFailure;
   CKD_ByteString sig;
   if (!(rsa ? KDPKI_RsaSign(View(data), View(blob), sig) : KDPKI_DsaSign(View(data), View(blob), sig))) {
     Error("%s sign: the signature could not be made", a.command);
@@ -244,19 +260,15 @@ int Sign(const Args& a, bool rsa) {
 }
 
 int Verify(const Args& a, bool rsa) {
-  if (!a.value[kKey] || !a.value[kSignature]) {
-    return UsageError("%s verify: give the public key with --key PUB and the signature with --signature SIG", a.command);
-  }
+  if (!a.value[kSignature]) return UsageError("%s verify: give the signature with --signature SIG", a.command);
   Bytes blob, data, sig;
   KeyBlob key;
-  const int status = LoadKey(a, a.value[kKey], rsa ? KeyKind::kRsaPublic : KeyKind::kDsaPublic, &blob, &key);
+  const int status = KeyAndData(a, rsa ? KeyKind::kRsaPublic : KeyKind::kDsaPublic, &blob, &key, &data);
   if (status >= 0) return status;
-  if (!ReadAll(a, a.value[kSignature], kMaxKeyFile, &sig) || !ReadData(a, &data)) return kExitFailure;
+  if (!ReadAll(a, a.value[kSignature], kMaxKeyFile, &sig)) return kExitFailure;
   bool ok = true;
   if (a.flag[kHex]) {
-    std::string text(sig.begin(), sig.end());
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-    if (!ParseHex(text.c_str(), &sig)) {
+    if (!FromHexText(&sig)) {
       Error("%s verify: %s: not a hex signature", a.command, Quote(a.value[kSignature]).c_str());
       return kExitUsage;
     }
@@ -273,19 +285,13 @@ int Verify(const Args& a, bool rsa) {
 }
 
 int Crypt(const Args& a, bool encrypt) {
-  if (!a.value[kKey]) return UsageError("rsa %s: give the key with --key FILE", a.sub);
   Bytes blob, data;
   KeyBlob key;
-  const int status = LoadKey(a, a.value[kKey], encrypt ? KeyKind::kRsaPublic : KeyKind::kRsaPrivate, &blob, &key);
+  const int status = KeyAndData(a, encrypt ? KeyKind::kRsaPublic : KeyKind::kRsaPrivate, &blob, &key, &data);
   if (status >= 0) return status;
-  if (!ReadData(a, &data)) return kExitFailure;
-  if (!encrypt && a.flag[kHex]) {
-    std::string text(data.begin(), data.end());
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-    if (!ParseHex(text.c_str(), &data) && !text.empty()) {
-      Error("rsa decrypt: the input is not hex");
-      return kExitFailure;
-    }
+  if (!encrypt && a.flag[kHex] && !FromHexText(&data)) {
+    Error("rsa decrypt: the input is not hex");
+    return kExitFailure;
   }
   CKD_ByteString out;
   if (encrypt ? !KDPKI_RsaEncrypt(View(data), View(blob), out) : !KDPKI_RsaDecrypt(View(data), View(blob), out)) {
