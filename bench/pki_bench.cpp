@@ -18,6 +18,14 @@
 // starting points of that size with KDPKI_FirstPrime, against mpz_nextprime from the same points
 // (each case checks that both find the same primes); IsPrime1024 decides one 1024-bit prime with
 // KDPKI_IsPrime against mpz_probab_prime_p with 25 rounds.
+//
+// RSA and DSA over key blobs, against OpenSSL's EVP interface on the same keys (processor time):
+// RsaPrivate2048 is KDPKI_RsaDecrypt (CRT, the blob read on every call) against EVP_PKEY_decrypt
+// without padding on the key made by KDPKI_CreateRsaKey from a fixed seed; RsaPublic2048 is
+// KDPKI_RsaEncrypt against EVP_PKEY_encrypt without padding with that key's e = 17;
+// RsaKeygen2048 is KDPKI_CreateRsaKey (a new seed each time) against EVP_PKEY_generate with
+// e = 17; DsaSign1024 and DsaVerify1024 are KDPKI_DsaSign and KDPKI_VerifyDsaSign against
+// EVP_DigestSign and EVP_DigestVerify with SHA-1 on a key from KDPKI_CreateDsaKey, over 64 bytes.
 // Run: build/release/bench/pki_bench
 #include <benchmark/benchmark.h>
 #include <gmp.h>
@@ -35,11 +43,14 @@
 #include <string>
 #include <vector>
 
+#include "norvane/crypto/dsa.h"
 #include "norvane/crypto/huge_int.h"
 #include "norvane/crypto/montgomery.h"
 #include "norvane/crypto/pki_kernels_internal.h"
 #include "norvane/crypto/pki_test_internal.h"
 #include "norvane/crypto/primes.h"
+#include "norvane/crypto/pubkey_test_util.h"
+#include "norvane/crypto/rsa.h"
 #include "norvane/runtime/random.h"
 
 namespace {
@@ -350,13 +361,133 @@ void IsPrime(benchmark::State& state, unsigned bits, int way) {
   if (!prime) state.SkipWithError("a prime was rejected");
 }
 
+// ---- RSA and DSA over key blobs ----
+
+// The keys of the RSA and DSA cases, made by the library from fixed seeds, and OpenSSL's view of
+// them.
+struct BlobKeys {
+  pktest::Bytes rsa_pub, rsa_priv, dsa_pub, dsa_priv;
+  pktest::Pkey rsa, dsa;
+  BlobKeys() {
+    CKD_ByteString pub, priv;
+    KDPKI_RandomGenerator generator(reinterpret_cast<const uint8_t*>("bench"), 5);
+    KDPKI_RSA key(generator, 2048);
+    KDPKI_CreateRsaKey(2048, "bench", nullptr, pub, priv);
+    rsa_pub = pktest::ToBytes(pub);
+    rsa_priv = pktest::ToBytes(priv);
+    rsa = pktest::RsaFromParts(pktest::Magnitude(key.m_n), pktest::Magnitude(key.m_e), pktest::Magnitude(key.m_d),
+                               pktest::Magnitude(key.m_p), pktest::Magnitude(key.m_q), pktest::Magnitude(key.m_dp),
+                               pktest::Magnitude(key.m_dq), pktest::Magnitude(key.m_u));
+    KDPKI_CreateDsaKey("bench", nullptr, pub, priv);
+    dsa_pub = pktest::ToBytes(pub);
+    dsa_priv = pktest::ToBytes(priv);
+    const std::vector<pktest::Bytes> v = pktest::Unblob(dsa_priv);
+    dsa = pktest::DsaFromParts(v[0], v[1], v[2], v[3], v[4]);
+  }
+};
+
+BlobKeys& Keys() {
+  static BlobKeys keys;
+  return keys;
+}
+
+enum RsaOp { kPrivate, kPublic };
+
+void RsaOperation(benchmark::State& state, RsaOp op, int way) {
+  BlobKeys& k = Keys();
+  // A message below n: for encryption the largest length the blob takes (k - 11 bytes).
+  pktest::Bytes m(op == kPrivate ? 255 : 245);
+  for (uint8_t& b : m) b = static_cast<uint8_t>(g_rng());
+  CKD_ByteString out;
+  if (way == kOpenssl) {
+    EVP_PKEY_CTX* ctx = EVP_PKEY_CTX_new(k.rsa.get(), nullptr);
+    if (op == kPrivate) {
+      EVP_PKEY_decrypt_init(ctx);
+    } else {
+      EVP_PKEY_encrypt_init(ctx);
+    }
+    EVP_PKEY_CTX_set_rsa_padding(ctx, RSA_NO_PADDING);
+    pktest::Bytes in(256, 0), result(256);
+    std::copy(m.begin(), m.end(), in.end() - static_cast<long>(m.size()));
+    for (auto _ : state) {
+      size_t len = result.size();
+      const int ok = op == kPrivate ? EVP_PKEY_decrypt(ctx, result.data(), &len, in.data(), in.size())
+                                    : EVP_PKEY_encrypt(ctx, result.data(), &len, in.data(), in.size());
+      if (ok <= 0) state.SkipWithError("openssl failed");
+      benchmark::DoNotOptimize(result.data());
+    }
+    EVP_PKEY_CTX_free(ctx);
+  } else {
+    WithKernels(way, [&] {
+      for (auto _ : state) {
+        const bool ok = op == kPrivate ? KDPKI_RsaDecrypt(pktest::View(m), pktest::View(k.rsa_priv), out)
+                                       : KDPKI_RsaEncrypt(pktest::View(m), pktest::View(k.rsa_pub), out);
+        if (!ok) state.SkipWithError("norvane failed");
+        benchmark::DoNotOptimize(out.GetPtr());
+      }
+    });
+  }
+}
+
+void RsaKeygen(benchmark::State& state, int way) {
+  uint32_t seed = 0;
+  for (auto _ : state) {
+    if (way == kOpenssl) {
+      pktest::Pkey key = pktest::OpensslRsaKey(2048, 17);
+      benchmark::DoNotOptimize(key.get());
+    } else {
+      CKD_ByteString pub, priv;
+      ++seed;
+      WithKernels(way, [&] {
+        KDPKI_CreateRsaKey(2048, CKD_ByteStringC(reinterpret_cast<const uint8_t*>(&seed), 4), nullptr, pub, priv);
+      });
+      benchmark::DoNotOptimize(priv.GetPtr());
+    }
+  }
+}
+
+void DsaOperation(benchmark::State& state, bool sign, int way) {
+  BlobKeys& k = Keys();
+  pktest::Bytes data(64);
+  for (uint8_t& b : data) b = static_cast<uint8_t>(g_rng());
+  if (way == kOpenssl) {
+    const pktest::Bytes sig = pktest::OpensslSign(k.dsa.get(), "SHA1", data);
+    for (auto _ : state) {
+      if (sign) {
+        benchmark::DoNotOptimize(pktest::OpensslSign(k.dsa.get(), "SHA1", data).data());
+      } else if (!pktest::OpensslVerify(k.dsa.get(), "SHA1", data, sig)) {
+        state.SkipWithError("openssl failed");
+      }
+    }
+  } else {
+    CKD_ByteString sig;
+    KDPKI_DsaSign(pktest::View(data), pktest::View(k.dsa_priv), sig);
+    WithKernels(way, [&] {
+      for (auto _ : state) {
+        if (sign) {
+          CKD_ByteString out;
+          KDPKI_DsaSign(pktest::View(data), pktest::View(k.dsa_priv), out);
+          benchmark::DoNotOptimize(out.GetPtr());
+        } else if (!KDPKI_VerifyDsaSign(pktest::View(data), sig, pktest::View(k.dsa_pub))) {
+          state.SkipWithError("norvane failed");
+        }
+      }
+    });
+  }
+}
+
 // Prints the usual table, then each Norvane case's time over its peer's (above 1: slower).
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      times_[run.benchmark_name()] = run.GetAdjustedCPUTime();
-      real_times_[run.benchmark_name()] = run.GetAdjustedRealTime();
+      // Cases run a fixed number of times carry "/iterations:N" in their names; the ratios pair
+      // cases by the name before it.
+      std::string name = run.benchmark_name();
+      const size_t fixed = name.find("/iterations:");
+      if (fixed != std::string::npos) name.erase(fixed);
+      times_[name] = run.GetAdjustedCPUTime();
+      real_times_[name] = run.GetAdjustedRealTime();
     }
     ConsoleReporter::ReportRuns(runs);
   }
@@ -410,6 +541,20 @@ int main(int argc, char** argv) {
   for (int way : {kNorvane, kPortable, kGmp}) {
     const std::string name = std::string("IsPrime1024/") + kWays[way];
     benchmark::RegisterBenchmark(name.c_str(), IsPrime, 1024u, way)->Unit(benchmark::kMicrosecond);
+  }
+  for (int way : {kNorvane, kPortable, kOpenssl}) {
+    for (const auto& [name, op] : {std::pair{"RsaPrivate2048/", kPrivate}, {"RsaPublic2048/", kPublic}}) {
+      benchmark::RegisterBenchmark((name + std::string(kWays[way])).c_str(), RsaOperation, op, way)
+          ->Unit(benchmark::kMicrosecond);
+    }
+    for (const auto& [name, sign] : {std::pair{"DsaSign1024/", true}, {"DsaVerify1024/", false}}) {
+      benchmark::RegisterBenchmark((name + std::string(kWays[way])).c_str(), DsaOperation, sign, way)
+          ->Unit(benchmark::kMicrosecond);
+    }
+    // Key generation varies from key to key: a fixed number of keys, each way.
+    benchmark::RegisterBenchmark((std::string("RsaKeygen2048/") + kWays[way]).c_str(), RsaKeygen, way)
+        ->Unit(benchmark::kMillisecond)
+        ->Iterations(24);
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

@@ -42,11 +42,14 @@
 
 // Cryptography.
 #include "norvane/crypto/aes.h"
+#include "norvane/crypto/dsa.h"
 #include "norvane/crypto/huge_int.h"
 #include "norvane/crypto/montgomery.h"
+#include "norvane/crypto/mpint.h"
 #include "norvane/crypto/pki_words.h"
 #include "norvane/crypto/primes.h"
 #include "norvane/crypto/random_generator.h"
+#include "norvane/crypto/rsa.h"
 #include "norvane/crypto/sha.h"
 #include "norvane/crypto/smart_pointer.h"
 // Strings and text.

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "norvane/crypto/pki_failures_internal.h"
 #include "norvane/crypto/pki_kernels_internal.h"
 #include "norvane/crypto/pki_words.h"
 #include "norvane/memory/memory_mgr.h"
@@ -20,6 +21,17 @@ struct KDPKILayout {
   static_assert(offsetof(KDPKI_HugeInt, m_Magnitude) == 0 && offsetof(KDPKI_HugeInt, m_nSign) == 16,
                 "huge integer layout");
 };
+
+namespace kdpki {
+
+namespace {
+thread_local uint64_t t_allocation_failures = 0;
+}  // namespace
+
+uint64_t AllocationFailures() { return t_allocation_failures; }
+void NoteAllocationFailure() { ++t_allocation_failures; }
+
+}  // namespace kdpki
 
 namespace {
 
@@ -67,9 +79,12 @@ bool KDPKI_IntegerBlock::CopyFrom(const KDPKI_IntegerBlock& other) {
 
 bool KDPKI_IntegerBlock::Grow(int n, int allocate) {
   if (n <= m_nCapacity) return true;
-  if (allocate > kMaxWords) return false;
-  auto* words = static_cast<uint32_t*>(KDMEM_DefaultAlloc2(static_cast<size_t>(allocate), 4, 0));
-  if (!words) return false;
+  auto* words =
+      allocate > kMaxWords ? nullptr : static_cast<uint32_t*>(KDMEM_DefaultAlloc2(static_cast<size_t>(allocate), 4, 0));
+  if (!words) {
+    kdpki::NoteAllocationFailure();
+    return false;
+  }
   std::memset(words, 0, static_cast<size_t>(allocate) * 4);
   if (m_pWords) {
     if (m_nSize > 0) std::memcpy(words, m_pWords, static_cast<size_t>(m_nSize) * 4);
@@ -419,7 +434,10 @@ bool DivideMagnitudes(const KDPKI_HugeInt& dividend, const KDPKI_HugeInt& diviso
   const uint32_t* b = Padded(divisor, nb2, spare_b);
   if (!a || !b) return false;
   auto* scratch = static_cast<uint32_t*>(KDMEM_DefaultAlloc2(na2 + 2 * nb2 + 4, 4, 0));
-  if (!scratch) return false;
+  if (!scratch) {
+    kdpki::NoteAllocationFailure();
+    return false;
+  }
   bool ok = q.Magnitude().ReSize(static_cast<int>(na2 - nb2 + 2)) && r.Magnitude().ReSize(static_cast<int>(nb2));
   if (ok) {
     q.Magnitude().SetUsed(static_cast<int>(na2 - nb2 + 2));

@@ -1,6 +1,7 @@
 // The random draws of KDPKI_HugeInt: bits, a range, and a range within a residue class (primes
 // for key generation).
 #include "norvane/crypto/huge_int.h"
+#include "norvane/crypto/pki_failures_internal.h"
 #include "norvane/crypto/pki_words.h"
 #include "norvane/crypto/primes.h"
 #include "norvane/crypto/random_generator.h"
@@ -29,7 +30,10 @@ bool KDPKI_HugeInt::Random(KDPKI_RandomGenerator& generator, unsigned bits) {
   if (count > kMaxBytes) return false;
   uint8_t stack[kStackBytes];
   uint8_t* bytes = count <= kStackBytes ? stack : static_cast<uint8_t*>(KDMEM_DefaultAlloc2(count, 1, 0));
-  if (!bytes) return false;
+  if (!bytes) {
+    kdpki::NoteAllocationFailure();
+    return false;
+  }
   generator.GetBlock(bytes, static_cast<int>(count));
   bytes[0] = KDPKI_Crop(bytes[0], bits % 8);
   KDPKI_HugeInt value;

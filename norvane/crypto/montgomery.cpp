@@ -9,6 +9,8 @@
 #include <cstring>
 #include <new>
 
+#include "norvane/crypto/pki_failures_internal.h"
+#include "norvane/crypto/montgomery_internal.h"
 #include "norvane/crypto/pki_kernels_internal.h"
 #include "norvane/crypto/pki_words.h"
 #include "norvane/memory/memory_mgr.h"
@@ -34,7 +36,11 @@ namespace {
 class Words {
  public:
   explicit Words(size_t n) : p_(static_cast<uint32_t*>(KDMEM_DefaultAlloc2(n ? n : 1, 4, 0))) {
-    if (p_) std::memset(p_, 0, (n ? n : 1) * 4);
+    if (p_) {
+      std::memset(p_, 0, (n ? n : 1) * 4);
+    } else {
+      kdpki::NoteAllocationFailure();
+    }
   }
   ~Words() {
     if (p_) KDMEM_DefaultFree(p_, 0);
@@ -113,7 +119,10 @@ bool BucketExponentiation(const Engine& eng, const uint32_t* g, const KDPKI_Huge
                           const uint32_t* identity, uint32_t* results) {
   const size_t n = eng.n;
   auto* state = static_cast<ExponentState*>(KDMEM_DefaultAlloc2(count, sizeof(ExponentState), 0));
-  if (!state) return false;
+  if (!state) {
+    kdpki::NoteAllocationFailure();
+    return false;
+  }
   size_t words = n;  // x
   for (size_t i = 0; i < count; ++i) {
     ExponentState& s = state[i];
@@ -349,6 +358,7 @@ bool KDPKI_WindowSlider::FindFirstWindow(const KDPKI_MultiplicativeGroup& group,
     if (!bucket || bucket->Magnitude().GetSize() < identity.Magnitude().GetSize() || !m_Buckets.Add(bucket)) {
       delete bucket;
       FreeBuckets();
+      kdpki::NoteAllocationFailure();
       m_nWindowBegin = m_nWindowEnd = static_cast<uint32_t>(m_nExponentBits);
       return false;
     }
@@ -390,7 +400,10 @@ void KDPKI_SimultaneousMultiplication(const KDPKI_HugeInt& base, const KDPKI_Hug
 
   // The group operations, step by step.
   auto* sliders = static_cast<KDPKI_WindowSlider*>(KDMEM_DefaultAlloc2(count, sizeof(KDPKI_WindowSlider), 0));
-  if (!sliders) return;
+  if (!sliders) {
+    kdpki::NoteAllocationFailure();
+    return;
+  }
   for (size_t i = 0; i < count; ++i) ::new (&sliders[i]) KDPKI_WindowSlider();
   bool any = false, failed = false;
   for (size_t i = 0; i < count; ++i) {
@@ -481,6 +494,83 @@ KDPKI_HugeInt KDPKI_ModularExponentiation(const KDPKI_HugeInt& base, const KDPKI
   return result;
 }
 
+namespace kdpki {
+
+namespace {
+
+// Left-to-right sliding windows over one exponent, one window pending at a time: a window opens
+// at its top set bit and its odd value is multiplied in when the scan reaches its lowest bit.
+struct PendingWindow {
+  const KDPKI_HugeInt* e;
+  unsigned w;
+  long low = -1;       // bit of the pending multiplication, -1 for none
+  uint32_t index = 0;  // (odd value - 1) / 2
+
+  // At bit i from the top down: opens a window there when none is pending and the bit is set.
+  void Open(long i) {
+    if (low >= 0 || !e->GetBit(static_cast<size_t>(i))) return;
+    low = i - static_cast<long>(w) + 1 < 0 ? 0 : i - static_cast<long>(w) + 1;
+    while (!e->GetBit(static_cast<size_t>(low))) ++low;
+    uint32_t value = 0;
+    for (long j = i; j >= low; --j) value = value << 1 | e->GetBit(static_cast<size_t>(j));
+    index = value >> 1;
+  }
+};
+
+}  // namespace
+
+KDPKI_HugeInt DoubleExponentiation(const KDPKI_HugeInt& a, const KDPKI_HugeInt& ea, const KDPKI_HugeInt& b,
+                                   const KDPKI_HugeInt& eb, const KDPKI_HugeInt& modulus) {
+  KDPKI_HugeInt result;
+  if (modulus.IsEven() || (modulus.GetWordCount() == 1 && modulus.Magnitude().GetWords()[0] == 1)) {
+    return (KDPKI_ModularExponentiation(a, ea, modulus) * KDPKI_ModularExponentiation(b, eb, modulus)) % modulus;
+  }
+  const unsigned bits = ea.GetBitCount() > eb.GetBitCount() ? ea.GetBitCount() : eb.GetBitCount();
+  const unsigned w = bits < 24 ? 2 : bits < 200 ? 4 : bits < 800 ? 5 : 6;
+  const size_t half = size_t{1} << (w - 1);
+  const size_t n = KDPKI_EvenWordCount(modulus.Magnitude().GetWords(), modulus.GetWordCount());
+  // The modulus, the odd powers of both bases, the result, a square and one; then the scratch.
+  Words block((2 * half + 4) * n + 2 * n + 4);
+  if (!block.get()) return result;
+  uint32_t* m = block.get();
+  uint32_t* table[2] = {m + n, m + n + half * n};
+  uint32_t* r = m + (2 * half + 1) * n;
+  uint32_t* square = r + n;
+  uint32_t* one = square + n;
+  Widen(modulus, n, m);
+  const Engine eng = {m, n, NegInverse64(m), &ActiveKernels(), one + n};
+  const KDPKI_HugeInt* bases[2] = {&a, &b};
+  for (int k = 0; k < 2; ++k) {
+    Widen((*bases[k] << static_cast<unsigned>(32 * n)) % modulus, n, table[k]);
+    eng.Sqr(square, table[k]);
+    for (size_t j = 1; j < half; ++j) eng.Mul(table[k] + j * n, table[k] + (j - 1) * n, square);
+  }
+  PendingWindow windows[2] = {{&ea, w}, {&eb, w}};
+  bool started = false;
+  for (long i = static_cast<long>(bits) - 1; i >= 0; --i) {
+    if (started) eng.Sqr(r, r);
+    for (PendingWindow& pw : windows) {
+      pw.Open(i);
+      if (pw.low != i) continue;
+      const uint32_t* factor = table[&pw - windows] + pw.index * n;
+      if (started) {
+        eng.Mul(r, r, factor);
+      } else {
+        KDPKI_Copy(r, factor, n);
+        started = true;
+      }
+      pw.low = -1;
+    }
+  }
+  if (!started) return KDPKI_HugeInt(1u);
+  one[0] = 1;
+  eng.Mul(r, r, one);
+  Load(result, r, n);
+  return result;
+}
+
+}  // namespace kdpki
+
 KDPKI_HugeInt KDPKI_CRT(const KDPKI_HugeInt& xp, const KDPKI_HugeInt& p, const KDPKI_HugeInt& xq,
                         const KDPKI_HugeInt& q, const KDPKI_HugeInt& u) {
   return xp + p * (((xq - xp) * u) % q);
@@ -489,9 +579,13 @@ KDPKI_HugeInt KDPKI_CRT(const KDPKI_HugeInt& xp, const KDPKI_HugeInt& p, const K
 KDPKI_HugeInt KDPKI_ModularExponentiation_Fast(const KDPKI_HugeInt& x, const KDPKI_HugeInt& dp,
                                                const KDPKI_HugeInt& dq, const KDPKI_HugeInt& p,
                                                const KDPKI_HugeInt& q, const KDPKI_HugeInt& u) {
-  const KDPKI_HugeInt xp = KDPKI_ModularExponentiation(x % p, dp, p);
-  const KDPKI_HugeInt xq = KDPKI_ModularExponentiation(x % q, dq, q);
-  return KDPKI_CRT(xp, p, xq, q, u);
+  const KDPKI_HugeInt base[2] = {x % p, x % q}, exponent[2] = {dp, dq}, modulus[2] = {p, q};
+  KDPKI_HugeInt power[2];
+  // Both powers at once where the processor allows (the halves of 2048-bit keys), else in turn.
+  if (!kdpki::PairExponentiation(base, exponent, modulus, power)) {
+    for (int s = 0; s < 2; ++s) power[s] = KDPKI_ModularExponentiation(base[s], exponent[s], modulus[s]);
+  }
+  return KDPKI_CRT(power[0], p, power[1], q, u);
 }
 
 KDPKI_HugeInt KDPKI_Exponent(const KDPKI_HugeInt& base, const KDPKI_HugeInt& exponent) {

@@ -7,8 +7,10 @@
 #include <random>
 #include <vector>
 
+#include "norvane/crypto/montgomery_internal.h"
 #include "norvane/crypto/pki_test_internal.h"
 #include "norvane/crypto/pki_words.h"
+#include "norvane/runtime/cpu_features_internal.h"
 
 namespace {
 
@@ -216,6 +218,75 @@ TEST(Montgomery, CrtAndPlainPowers) {
   const uint32_t t4[4] = {1, 2, 3, 4}, m2[2] = {5, 0};
   KDPKI_DeMontgomerize(t4, m2, nullptr, 2, out);  // a null pointer: nothing written
   EXPECT_EQ(out[0] + out[1], 18u);
+}
+
+// a^ea b^eb mod m in one pass equals the product of two powers (GMP), for exponents of different
+// lengths around the window sizes, zero exponents, bases above the modulus and even moduli.
+TEST(Montgomery, DoubleExponentiation) {
+  std::mt19937_64 rng(16);
+  const unsigned sizes[][3] = {{1, 0, 0},     {64, 0, 5},     {64, 23, 24},   {160, 160, 1},   {1024, 160, 160},
+                               {1024, 199, 200}, {521, 799, 800}, {2048, 1024, 1023}, {96, 0, 0}};
+  ForEachKernels([&](const kdpki::Kernels& k) {
+    for (const auto& size : sizes) {
+      for (bool odd : {true, false}) {
+        const KDPKI_HugeInt m = Random(rng, size[0], odd), a = Random(rng, size[0] + 9), b = Random(rng, size[0] / 2 + 1),
+                            ea = Random(rng, size[1]), eb = Random(rng, size[2]);
+        Mpz want, t, zm(m);
+        mpz_powm(want, Mpz(a), Mpz(ea), zm);
+        mpz_powm(t, Mpz(b), Mpz(eb), zm);
+        mpz_mul(want, want, t);
+        mpz_mod(want, want, zm);
+        EXPECT_EQ(Hex(kdpki::DoubleExponentiation(a, ea, b, eb, m)), Hex(want))
+            << k.name << " " << size[0] << "/" << size[1] << "/" << size[2] << (odd ? " odd" : " even");
+      }
+    }
+  });
+}
+
+// The two-at-once path for the halves of 2048-bit keys (where the processor has it) gives GMP's
+// powers: moduli of 993 to 1024 bits, all-ones ones, bases 0, 1 and m - 1, exponents of 0 bits to
+// longer than the modulus. It stands aside for other sizes, even moduli and the portable kernels.
+TEST(Montgomery, PairExponentiation) {
+  std::mt19937_64 rng(17);
+  const bool available = (KDCRT_GetCpuFeatures() & KDCRT_CPU_AVX512IFMA) != 0;
+  int taken = 0;
+  for (int rep = 0; rep < 24; ++rep) {
+    KDPKI_HugeInt m[2], b[2], e[2], r[2];
+    for (int s = 0; s < 2; ++s) {
+      const unsigned bits = rep % 4 == 0 ? 993 + static_cast<unsigned>(rng() % 32) : 1024;
+      Mpz zm;
+      pkitest::Make(zm, rng, bits, rep == 5 ? pkitest::kAllOnes : pkitest::kRandom);
+      mpz_setbit(zm, 0);
+      m[s] = FromMpz(zm);
+      const int kind = (rep + s) % 6;
+      b[s] = kind == 0 ? KDPKI_HugeInt() : kind == 1 ? KDPKI_HugeInt(1u) : kind == 2 ? m[s] - 1u : Random(rng, bits) % m[s];
+      const unsigned ebits[] = {0, 1, 2, 5, 160, 1023, 1024, 1100};
+      e[s] = Random(rng, ebits[(rep + 3 * s) % 8]);
+    }
+    if (!kdpki::PairExponentiation(b, e, m, r)) continue;
+    ++taken;
+    for (int s = 0; s < 2; ++s) {
+      Mpz want;
+      mpz_powm(want, Mpz(b[s]), Mpz(e[s]), Mpz(m[s]));
+      EXPECT_EQ(Hex(r[s]), Hex(want)) << "case " << rep << " set " << s;
+    }
+  }
+  EXPECT_EQ(taken, available ? 24 : 0);
+  // Not for it: a 992-bit or 1025-bit modulus, an even one, a base at the modulus, other kernels.
+  std::mt19937_64 rng2(18);
+  KDPKI_HugeInt m[2] = {Random(rng2, 1024, true), Random(rng2, 1024, true)}, b[2] = {KDPKI_HugeInt(3u), KDPKI_HugeInt(5u)},
+                e[2] = {KDPKI_HugeInt(7u), KDPKI_HugeInt(9u)}, r[2];
+  for (const auto& change : std::vector<std::pair<int, KDPKI_HugeInt>>{
+           {0, Random(rng2, 992, true)}, {1, Random(rng2, 1025, true)}, {0, Random(rng2, 1023) << 1}}) {
+    KDPKI_HugeInt mm[2] = {m[0], m[1]};
+    mm[change.first] = change.second;
+    EXPECT_FALSE(kdpki::PairExponentiation(b, e, mm, r));
+  }
+  KDPKI_HugeInt at[2] = {m[0], b[1]};
+  EXPECT_FALSE(kdpki::PairExponentiation(at, e, m, r));
+  const kdpki::Kernels& previous = kdpki::SelectKernels(kdpki::PortableKernels());
+  EXPECT_FALSE(kdpki::PairExponentiation(b, e, m, r));
+  kdpki::SelectKernels(previous);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "norvane/crypto/pki_failures_internal.h"
 #include "norvane/crypto/primes.h"
 #include "norvane/crypto/primes_internal.h"
 #include "norvane/memory/memory_mgr.h"
@@ -57,7 +58,10 @@ void KDPKI_PrimeSieve::DoSieve() {
     KDMEM_DefaultFree(m_pSieve, 0);
     m_pSieve = nullptr;
   }
-  if (!m_pSieve && size) m_pSieve = static_cast<uint8_t*>(KDMEM_DefaultAlloc2(static_cast<size_t>(size), 1, 0));
+  if (!m_pSieve && size) {
+    m_pSieve = static_cast<uint8_t*>(KDMEM_DefaultAlloc2(static_cast<size_t>(size), 1, 0));
+    if (!m_pSieve) kdpki::NoteAllocationFailure();  // the search then finds nothing: not an answer
+  }
   m_nSieveSize = m_pSieve ? size : 0;
   if (!m_pSieve) return;
   std::memset(m_pSieve, 0, static_cast<size_t>(size));

@@ -19,11 +19,12 @@ uint32_t Detect() {
   if (ecx & bit_AES) f |= KDCRT_CPU_AESNI;
   if (ecx & bit_PCLMUL) f |= KDCRT_CPU_PCLMUL;
   // AVX needs the processor's support and the OS saving XMM and YMM state (XCR0 bits 1 and 2).
-  bool ymm_saved = false;
+  bool ymm_saved = false, zmm_saved = false;
   if ((ecx & bit_OSXSAVE) && (ecx & bit_AVX)) {
     unsigned lo, hi;
     __asm__ volatile("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
     ymm_saved = (lo & 6) == 6;
+    zmm_saved = (lo & 0xe6) == 0xe6;  // and the opmask and both halves of the ZMM state
   }
   if (ymm_saved) f |= KDCRT_CPU_AVX;
   if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx)) {
@@ -31,6 +32,7 @@ uint32_t Detect() {
     if (ebx & bit_BMI2) f |= KDCRT_CPU_BMI2;
     if (ebx & bit_ADX) f |= KDCRT_CPU_ADX;
     if (ebx & bit_SHA) f |= KDCRT_CPU_SHANI;
+    if ((ebx & bit_AVX512F) && (ebx & bit_AVX512IFMA) && zmm_saved) f |= KDCRT_CPU_AVX512IFMA;
   }
   return f;
 }
@@ -68,6 +70,7 @@ const char* KDCRT_CpuFeatureName(uint32_t bit) {
     case KDCRT_CPU_AESNI: return "aes-ni";
     case KDCRT_CPU_PCLMUL: return "pclmul";
     case KDCRT_CPU_SHANI: return "sha-ni";
+    case KDCRT_CPU_AVX512IFMA: return "avx512ifma";
     case KDCRT_CPU_NEON: return "neon";
     case KDCRT_CPU_ARM_AES: return "aes";
     case KDCRT_CPU_ARM_PMULL: return "pmull";

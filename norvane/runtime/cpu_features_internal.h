@@ -16,6 +16,7 @@ enum KDCRT_CpuFeature : uint32_t {
   KDCRT_CPU_AESNI = 1u << 6,
   KDCRT_CPU_PCLMUL = 1u << 7,
   KDCRT_CPU_SHANI = 1u << 8,
+  KDCRT_CPU_AVX512IFMA = 1u << 9,  // with AVX-512F and the operating system saving the ZMM state
   // ARM64
   KDCRT_CPU_NEON = 1u << 16,
   KDCRT_CPU_ARM_AES = 1u << 17,

@@ -69,6 +69,8 @@ int RunRandom(int argc, char** argv);
 int RunBase64(int argc, char** argv);
 int RunUrl(int argc, char** argv);
 int RunPrime(int argc, char** argv);
+int RunRsa(int argc, char** argv);
+int RunDsa(int argc, char** argv);
 
 extern const char kHelpUsage[];
 extern const char kVersionUsage[];
@@ -83,6 +85,8 @@ extern const char kRandomUsage[];
 extern const char kBase64Usage[];
 extern const char kUrlUsage[];
 extern const char kPrimeUsage[];
+extern const char kRsaUsage[];
+extern const char kDsaUsage[];
 
 }  // namespace nvtool
 

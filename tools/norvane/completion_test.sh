@@ -34,6 +34,9 @@ expect "shift_jis shift-jis" iconv -f shift
 expect "cp932 cp936" iconv --to-code = cp93
 expect "windows-1252" iconv -t windows-1252
 expect "decode decode-uri" url dec
+expect "encrypt export" rsa e
+expect "export" dsa e
+expect "--pubout" rsa export --pu
 
 # File names where a FILE or OUTPUT is wanted, nothing for other values.
 mkdir sub && touch key.hex sub/data.bin
@@ -42,4 +45,6 @@ expect "sub/data.bin" iconv -f utf-8 -t utf-16 sub/
 expect "key.hex" iconv -o k
 expect "" aes-cbc -K ""
 expect "" random -n ""
+expect "key.hex" rsa sign --key k
+expect "key.hex" dsa keygen --out k
 exit $fail

@@ -24,6 +24,8 @@ const Command kCommands[] = {
     {"url", "MODE [TEXT]...", "percent-encode or decode URLs and URIs", RunUrl, kUrlUsage},
     {"prime", "--bits N [--seed HEX]", "a random prime of N bits, drawn as key generation draws one", RunPrime,
      kPrimeUsage},
+    {"rsa", "SUBCOMMAND [OPTION]... [FILE]", "RSA keys, SHA-1 signatures, raw RSA, keys as PEM", RunRsa, kRsaUsage},
+    {"dsa", "SUBCOMMAND [OPTION]... [FILE]", "DSA keys and SHA-1 signatures, keys as PEM", RunDsa, kDsaUsage},
 };
 const size_t kCommandCount = sizeof(kCommands) / sizeof(kCommands[0]);
 

@@ -1,0 +1,166 @@
+// DSA: signatures checked both ways against OpenSSL, the range checks of verification, hostile
+// blobs and signatures, and running out of memory.
+#include "norvane/crypto/dsa.h"
+
+#include <gtest/gtest.h>
+#include <openssl/core_names.h>
+
+#include <random>
+#include <string>
+
+#include "norvane/crypto/pubkey_test_util.h"
+#include "tests/support/test_mgr.h"
+
+namespace {
+
+using pktest::Bytes;
+using pktest::View;
+
+EVP_PKEY* OpensslKey() {
+  static pktest::Pkey key = pktest::OpensslDsaKey();
+  return key.get();
+}
+
+// Signatures cross between OpenSSL and the library both ways; changed data, a changed signature
+// and r or s out of range do not verify.
+TEST(Dsa, VerifiesOpensslSignatures) {
+  EVP_PKEY* key = OpensslKey();
+  ASSERT_NE(key, nullptr);
+  const Bytes pub = pktest::DsaBlob(key, false), priv = pktest::DsaBlob(key, true);
+  const Bytes q = pktest::Param(key, OSSL_PKEY_PARAM_FFC_Q);
+  ASSERT_EQ(q.size(), 20u);
+  std::mt19937 rng(7);
+  for (size_t length : {0u, 1u, 55u, 64u, 1000u}) {
+    Bytes data(length);
+    for (uint8_t& b : data) b = static_cast<uint8_t>(rng());
+    Bytes rs;
+    ASSERT_TRUE(pktest::DecodeDsaSig(pktest::OpensslSign(key, "SHA1", data), 20, &rs));
+    EXPECT_TRUE(KDPKI_VerifyDsaSign(View(data), View(rs), View(pub))) << length;
+    // Ours, re-encoded as DER, pass OpenSSL's verification; two of them differ (k comes from an
+    // unseeded generator) and both verify here too.
+    CKD_ByteString a, b;
+    ASSERT_TRUE(KDPKI_DsaSign(View(data), View(priv), a));
+    ASSERT_TRUE(KDPKI_DsaSign(View(data), View(priv), b));
+    ASSERT_EQ(a.GetLength(), 40);
+    EXPECT_NE(a, b);
+    for (const CKD_ByteString* sig : {&a, &b}) {
+      EXPECT_TRUE(pktest::OpensslVerify(key, "SHA1", data, pktest::EncodeDsaSig(pktest::ToBytes(*sig)))) << length;
+      EXPECT_TRUE(KDPKI_VerifyDsaSign(View(data), *sig, View(pub))) << length;
+    }
+    Bytes longer = rs;
+    longer.push_back(0xee);  // bytes after r || s are not looked at
+    EXPECT_TRUE(KDPKI_VerifyDsaSign(View(data), View(longer), View(pub))) << length;
+    Bytes other = data;
+    other.push_back(1);
+    EXPECT_FALSE(KDPKI_VerifyDsaSign(View(other), View(rs), View(pub))) << length;
+    for (size_t i : {size_t{0}, size_t{19}, size_t{20}, size_t{39}}) {
+      Bytes bad = rs;
+      bad[i] ^= 0x10;
+      EXPECT_FALSE(KDPKI_VerifyDsaSign(View(data), View(bad), View(pub))) << length << " byte " << i;
+    }
+  }
+  // r and s must lie in [1, q - 1]; a signature shorter than 40 bytes is refused unread.
+  const Bytes data = {1, 2, 3};
+  Bytes rs;
+  ASSERT_TRUE(pktest::DecodeDsaSig(pktest::OpensslSign(key, "SHA1", data), 20, &rs));
+  const Bytes r(rs.begin(), rs.begin() + 20), s(rs.begin() + 20, rs.end());
+  const Bytes zero(20, 0);
+  for (const Bytes& bad : {zero, q}) {
+    Bytes a = bad, b = r;
+    a.insert(a.end(), s.begin(), s.end());
+    b.insert(b.end(), bad.begin(), bad.end());
+    EXPECT_FALSE(KDPKI_VerifyDsaSign(View(data), View(a), View(pub)));
+    EXPECT_FALSE(KDPKI_VerifyDsaSign(View(data), View(b), View(pub)));
+  }
+  const Bytes cut(rs.begin(), rs.end() - 1);
+  EXPECT_FALSE(KDPKI_VerifyDsaSign(View(data), View(cut), View(pub)));
+  EXPECT_FALSE(KDPKI_VerifyDsaSign(View(data), CKD_ByteStringC(), View(pub)));
+  // Each truncation of the blob is refused without being read past.
+  for (size_t n = 0; n < pub.size(); ++n) {
+    const Bytes shorter(pub.begin(), pub.begin() + static_cast<long>(n));
+    EXPECT_FALSE(KDPKI_VerifyDsaSign(View(data), View(rs), View(shorter))) << n;
+  }
+  // A key of zeros has q = 0: nothing is in range.
+  EXPECT_FALSE(KDPKI_VerifyDsaSign(View(data), View(rs), View(pktest::Blob({{}, {}, {}, {}}))));
+}
+
+// With a seeded generator a signature repeats, and its k (recovered as s^-1 (H + x r) mod q) lies
+// in [1, 1 + 2^152): the draw over [1, q - 1] is narrowed because q - 2 has 160 bits.
+TEST(Dsa, SeededSignaturesAndTheNarrowedK) {
+  EVP_PKEY* key = OpensslKey();
+  const std::vector<Bytes> v = pktest::Unblob(pktest::DsaBlob(key, true));
+  const KDPKI_HugeInt q = pktest::Huge(v[1]), x = pktest::Huge(v[4]);
+  KDPKI_DSA dsa(pktest::Huge(v[0]), q, pktest::Huge(v[2]), pktest::Huge(v[3]), x);
+  KDPKI_HugeInt limit;
+  limit.Power2(152);
+  limit = limit + 1u;
+  for (uint8_t seed = 0; seed < 40; ++seed) {
+    const uint8_t digest[20] = {seed, 1, 2, 3};
+    uint8_t sig[40], again[40];
+    KDPKI_RandomGenerator g1(&seed, 1), g2(&seed, 1);
+    ASSERT_EQ(dsa.SignatureDigest(g1, digest, 20, sig), 40);
+    ASSERT_EQ(dsa.SignatureDigest(g2, digest, 20, again), 40);
+    EXPECT_EQ(pktest::ToHex(sig, 40), pktest::ToHex(again, 40));
+    EXPECT_TRUE(dsa.VerificationDigest(digest, 20, sig));
+    const KDPKI_HugeInt r = pktest::Huge(Bytes(sig, sig + 20)), s = pktest::Huge(Bytes(sig + 20, sig + 40));
+    const KDPKI_HugeInt k = (s.InverseMod(q) * (pktest::Huge(Bytes(digest, digest + 20)) + x * r)) % q;
+    EXPECT_TRUE(!k.IsZero() && k < limit) << int{seed};
+  }
+}
+
+// Signing refuses blobs that run past their end and keys under which no signature exists,
+// leaving the output as it was.
+TEST(Dsa, SigningRefusals) {
+  const Bytes priv = pktest::DsaBlob(OpensslKey(), true);
+  const Bytes data = {1};
+  for (size_t n = 0; n < priv.size(); n += 7) {
+    const Bytes shorter(priv.begin(), priv.begin() + static_cast<long>(n));
+    CKD_ByteString out("untouched");
+    EXPECT_FALSE(KDPKI_DsaSign(View(data), View(shorter), out)) << n;
+    EXPECT_EQ(out, "untouched");
+  }
+  // q of 0 or 1; p = 1, so that r is always 0; all zero.
+  for (const Bytes& blob : {pktest::Blob({{23}, {}, {2}, {3}, {1}}), pktest::Blob({{23}, {1}, {2}, {3}, {1}}),
+                            pktest::Blob({{1}, {11}, {2}, {3}, {1}}), pktest::Blob({{}, {}, {}, {}, {}})}) {
+    CKD_ByteString out("untouched");
+    EXPECT_FALSE(KDPKI_DsaSign(View(data), View(blob), out));
+    EXPECT_EQ(out, "untouched");
+  }
+}
+
+// Each allocation of signing and verifying fails in turn: no crash, no leak, and a signature is
+// either made and valid or the output is left as it was.
+TEST(Dsa, OutOfMemory) {
+  const Bytes priv = pktest::DsaBlob(OpensslKey(), true), pub = pktest::DsaBlob(OpensslKey(), false);
+  const Bytes data = {4, 5, 6};
+  CKD_ByteString good;
+  ASSERT_TRUE(KDPKI_DsaSign(View(data), View(priv), good));
+  (void)KDPKI_HugeInt::Two();
+  kdtest::TestDefaultMgr t;
+  const size_t base = t.live_blocks();
+  long n = 1;
+  for (; n < 4000; ++n) {
+    {
+      CKD_ByteString sig("s");
+      t.sys().FailNth(n);
+      const bool signed_ok = KDPKI_DsaSign(View(data), View(priv), sig);
+      const bool verified = KDPKI_VerifyDsaSign(View(data), good, View(pub));
+      t.sys().FailNth(0);
+      if (signed_ok) {
+        EXPECT_TRUE(KDPKI_VerifyDsaSign(View(data), sig, View(pub))) << n;
+      } else {
+        EXPECT_EQ(sig, "s") << n;
+      }
+      if (t.sys().failures() == 0) {
+        EXPECT_TRUE(signed_ok && verified);
+      }
+    }
+    EXPECT_EQ(t.live_blocks(), base) << "leak after failing allocation " << n;
+    if (t.sys().failures() == 0) break;
+    t.sys().Reset();
+  }
+  EXPECT_GT(n, 20);
+  EXPECT_LT(n, 4000);
+}
+
+}  // namespace
