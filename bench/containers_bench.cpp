@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "bench/rate_reporter.h"
 #include "norvane/containers/array.h"
 #include "norvane/containers/compact_map.h"
 #include "norvane/containers/map_ptr_to_ptr.h"
@@ -389,10 +390,6 @@ class RatioReporter : public benchmark::ConsoleReporter {
 int main(int argc, char** argv) {
   mallopt(M_MMAP_THRESHOLD, 64 << 20);
   mallopt(M_TRIM_THRESHOLD, 256 << 20);
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return RunBenchmarks(argc, argv, &reporter);
 }

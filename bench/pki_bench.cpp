@@ -43,6 +43,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/rate_reporter.h"
 #include "norvane/crypto/dsa.h"
 #include "norvane/crypto/huge_int.h"
 #include "norvane/crypto/montgomery.h"
@@ -556,10 +557,6 @@ int main(int argc, char** argv) {
         ->Unit(benchmark::kMillisecond)
         ->Iterations(24);
   }
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return RunBenchmarks(argc, argv, &reporter);
 }

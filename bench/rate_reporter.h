@@ -25,4 +25,14 @@ class RateReporter : public benchmark::ConsoleReporter {
   std::map<std::string, double> rates_;
 };
 
+// RunBenchmarks runs the benchmarks the command line selects with reporter and returns main's exit
+// status (1 for an argument Google Benchmark does not know).
+inline int RunBenchmarks(int argc, char** argv, benchmark::BenchmarkReporter* reporter) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks(reporter);
+  benchmark::Shutdown();
+  return 0;
+}
+
 #endif  // NORVANE_BENCH_RATE_REPORTER_H_

@@ -316,10 +316,6 @@ int main(int argc, char** argv) {
   }
   close(fd);
   Base64Text();  // the Base64 input, made before any timing too
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return RunBenchmarks(argc, argv, &reporter);
 }

@@ -1,6 +1,7 @@
 // Format and FormatV of byte and wide strings: a first pass over the format estimates the output
 // length (string_format_internal.h states the rules), the string's buffer is sized from it and
 // zero-filled, and the C library prints into it within that size.
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -243,23 +244,60 @@ long long EstimateFormatLength(const wchar_t* fmt, va_list args, FormatStatus* s
   return Estimate(fmt, args, status, own);
 }
 
-// An argument of Format may be the string's own text (s.Format("%s!", s.c_str())). Sizing the
-// buffer in place would zero that text, and replacing the record would free it, before the
-// printing pass reads it. OwnRecord tells whether an argument points into the string's record;
-// if so, NewPrintRecord gives the record to print into (the size GetBuffer gives a record it
-// replaces) and the caller releases the old one only after printing.
-template <class C>
-FormatSource OwnRecord(const Rec<C>* p) {
-  if (!p) return {nullptr, nullptr, false};
-  return {p, reinterpret_cast<const char*>(p) + RecordBytes<C>(static_cast<size_t>(p->m_nAllocLength)), false};
-}
-
-template <class C>
-Rec<C>* NewPrintRecord(const Rec<C>* old, int size) {
-  int len = old->m_nDataLength;
-  Rec<C>* r = NewRecord<C>(size > len ? size : len);
-  if (r) SetLength<C>(r, 0);
-  return r;
+// FormatV of both string kinds. The estimate (which also tells whether an argument points into the
+// string's own record) gives the size: the estimate plus 32 for bytes, the estimate for wide
+// characters; an estimate with no such buffer empties the string. The buffer from GetBuffer(size)
+// is zero-filled (and, for wide characters, its terminator), print(buffer, size) runs the
+// printing pass, and the length is then measured to the terminator.
+//
+// An argument may be the string's own text (s.Format("%s!", s.c_str())). Sizing the buffer in
+// place would zero that text, and replacing the record would free it, before the printing pass
+// reads it. Such a string prints into a new record of the size GetBuffer gives a record it
+// replaces, and the old record is released only afterwards.
+template <class C, class Print>
+void FormatV(typename CharTraits<C>::String& str, const C* fmt, va_list args, const C* bad_width,
+             const C* bad_precision, Print print) {
+  constexpr bool kWide = sizeof(C) > 1;
+  Rec<C>*& data = StringAccess::Data(str);
+  if (!fmt) {
+    str.Empty();
+    return;
+  }
+  // The estimate consumes arguments; the printing pass needs them all again.
+  va_list scan;
+  va_copy(scan, args);
+  FormatStatus status;
+  FormatSource own{nullptr, nullptr, false};
+  if (data) {
+    own.begin = data;
+    own.end = reinterpret_cast<const char*>(data) + RecordBytes<C>(static_cast<size_t>(data->m_nAllocLength));
+  }
+  long long estimate = EstimateFormatLength(fmt, scan, &status, &own);
+  va_end(scan);
+  if (status != kFormatOk) {
+    str = status == kFormatBadWidth ? bad_width : bad_precision;
+    return;
+  }
+  if (kWide ? estimate >= INT_MAX : estimate > INT_MAX - 32) {  // no such buffer can be had
+    str.Empty();
+    return;
+  }
+  const int size = static_cast<int>(estimate) + (kWide ? 0 : 32);
+  Rec<C>* old = nullptr;
+  if (own.found) {
+    old = data;
+    const int len = old->m_nDataLength;
+    data = NewRecord<C>(size > len ? size : len);
+    if (data) SetLength<C>(data, 0);
+  }
+  // A null buffer is also the null string given an empty format: its result is empty.
+  C* buffer = data || !old ? str.GetBuffer(size) : nullptr;
+  if (buffer) {
+    std::fill(buffer, buffer + size + (kWide ? 1 : 0), C(0));
+    print(buffer, size);
+    str.ReleaseBuffer(-1);
+  }
+  Release<C>(old);
 }
 
 }  // namespace kdtext
@@ -271,42 +309,15 @@ void CKD_ByteString::Format(const char* fmt, ...) {
   va_end(args);
 }
 
+// The byte form allows 32 characters beyond the estimate and prints with the "C" locale, so the
+// decimal separator is always '.'; the wide form prints in the thread's locale.
 void CKD_ByteString::FormatV(const char* fmt, va_list args) {
-  if (!fmt) {
-    Empty();
-    return;
-  }
-  // The estimate consumes arguments; the printing pass needs them all again.
-  va_list scan;
-  va_copy(scan, args);
-  kdtext::FormatStatus status;
-  kdtext::FormatSource own = kdtext::OwnRecord<char>(m_pData);
-  long long estimate = kdtext::EstimateFormatLength(fmt, scan, &status, &own);
-  va_end(scan);
-  if (status != kdtext::kFormatOk) {
-    *this = status == kdtext::kFormatBadWidth ? "Bad width" : "Bad precision";
-    return;
-  }
-  if (estimate > INT_MAX - 32) {  // no such buffer can be had
-    Empty();
-    return;
-  }
-  const int size = static_cast<int>(estimate) + 32;
-  CKD_StringData* old = nullptr;
-  if (own.found) {
-    old = m_pData;
-    m_pData = kdtext::NewPrintRecord<char>(old, size);
-  }
-  char* buffer = m_pData || !old ? GetBuffer(size) : nullptr;
-  if (buffer) {
-    memset(buffer, 0, static_cast<size_t>(size));
+  kdtext::FormatV<char>(*this, fmt, args, "Bad width", "Bad precision", [&](char* buffer, int size) {
     KDCRT_LocaleSwitch locale;
     KDCRT_Locale_EnterC(&locale);
     vsnprintf(buffer, static_cast<size_t>(size - 1), fmt, args);
     KDCRT_Locale_Leave(&locale);
-    ReleaseBuffer(-1);
-  }
-  Release(old);
+  });
 }
 
 void CKD_WideString::Format(const wchar_t* fmt, ...) {
@@ -317,36 +328,7 @@ void CKD_WideString::Format(const wchar_t* fmt, ...) {
 }
 
 void CKD_WideString::FormatV(const wchar_t* fmt, va_list args) {
-  if (!fmt) {
-    Empty();
-    return;
-  }
-  va_list scan;
-  va_copy(scan, args);
-  kdtext::FormatStatus status;
-  kdtext::FormatSource own = kdtext::OwnRecord<wchar_t>(m_pData);
-  long long estimate = kdtext::EstimateFormatLength(fmt, scan, &status, &own);
-  va_end(scan);
-  if (status != kdtext::kFormatOk) {
-    *this = status == kdtext::kFormatBadWidth ? L"Bad width" : L"Bad precision";
-    return;
-  }
-  if (estimate >= INT_MAX) {
-    Empty();
-    return;
-  }
-  const int size = static_cast<int>(estimate);
-  CKD_WideStringData* old = nullptr;
-  if (own.found) {
-    old = m_pData;
-    m_pData = kdtext::NewPrintRecord<wchar_t>(old, size);
-  }
-  // A null buffer is also the null string given an empty format: its result is empty.
-  wchar_t* buffer = m_pData || !old ? GetBuffer(size) : nullptr;
-  if (buffer) {
-    wmemset(buffer, 0, static_cast<size_t>(size) + 1);
+  kdtext::FormatV<wchar_t>(*this, fmt, args, L"Bad width", L"Bad precision", [&](wchar_t* buffer, int size) {
     vswprintf(buffer, static_cast<size_t>(size) + 1, fmt, args);
-    ReleaseBuffer(-1);
-  }
-  Release(old);
+  });
 }
