@@ -1,12 +1,12 @@
-# cmake -P script behind the example.* tests: runs PROGRAM with ARGS (a list; @DATA@ is replaced by
-# DATA) in WORK_DIR and checks that it exits with 0, that its standard output matches EXPECTED
-# (each line a regular expression for the whole line) and, when OUTPUT is set, that the file
-# out.txt it wrote equals DATA/OUTPUT byte for byte.
+# cmake -P script behind the example.* tests: runs PROGRAM (under EMULATOR, when a cross build
+# gives one) with ARGS (a list; @DATA@ is replaced by DATA) in WORK_DIR and checks that it exits
+# with 0, that its standard output matches EXPECTED (each line a regular expression for the whole
+# line) and, when OUTPUT is set, that the file out.txt it wrote equals DATA/OUTPUT byte for byte.
 cmake_minimum_required(VERSION 3.25)
 file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${WORK_DIR})
 string(REPLACE "@DATA@" "${DATA}" args "${ARGS}")
-execute_process(COMMAND ${PROGRAM} ${args} WORKING_DIRECTORY ${WORK_DIR}
+execute_process(COMMAND ${EMULATOR} ${PROGRAM} ${args} WORKING_DIRECTORY ${WORK_DIR}
                 RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "${PROGRAM} exited with ${rc}\n${out}\n${err}")

@@ -15,10 +15,11 @@
 //   character and characters above 0xFFFF become pairs. A lone surrogate is kept as it is; a
 //   character above 0x10FFFF (or negative) becomes U+FFFD.
 // - The fourteen table pages (code_page.h): a lead byte and the byte after it form one code. A
-//   code without a mapping becomes the page's default Unicode value ('?'); when such a pair ends
-//   in a byte below 0x80, only the lead byte is consumed and that byte is read again on its own,
-//   so a stray lead byte cannot swallow the ASCII after it. A character without a code becomes
-//   the page's default character code ('?').
+//   code without a mapping becomes the page's default Unicode value ('?') and counts as one
+//   character of two bytes, unless its second byte is below 0x40 (no page has such trail bytes:
+//   controls, digits, space, punctuation): then only the lead byte is consumed and that byte is
+//   read again on its own, so a stray lead byte cannot swallow the text after it. A character
+//   without a code becomes the page's default character code ('?').
 // - In every direction, a character cut off by the end of the source (a lead byte, an odd byte of
 //   UTF-16, a high surrogate, the start of a UTF-8 sequence) is left unconsumed, so that a caller
 //   converting a stream can carry it into the next call.

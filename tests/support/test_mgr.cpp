@@ -19,6 +19,7 @@ TestSystemMgr* TestSystemMgr::Self(_KDMEM_SystemMgr* sys) { return static_cast<T
 void TestSystemMgr::Reset() {
   std::lock_guard<std::mutex> lock(mu_);
   fail_nth_ = 0;
+  fail_min_size_ = 0;
   fail_above_ = static_cast<size_t>(-1);
   fail_all_ = false;
   allocs_ = reallocs_ = frees_ = failures_ = collects_ = purges_ = bad_frees_ = 0;
@@ -44,7 +45,7 @@ void TestSystemMgr::Log(const Event& e) {
 bool TestSystemMgr::ShouldFail(size_t size) {
   requests_.push_back(size);
   if (fail_all_ || size > fail_above_) return true;
-  if (fail_nth_ > 0 && --fail_nth_ == 0) return true;
+  if (fail_nth_ > 0 && size >= fail_min_size_ && --fail_nth_ == 0) return true;
   return false;
 }
 

@@ -44,7 +44,14 @@ class TestSystemMgr {
   _KDMEM_SystemMgr* sys() { return &table_; }
 
   // Failure injection for allocating calls (Alloc, AllocDebug, Realloc, ReallocDebug).
-  void FailNth(long n) { fail_nth_ = n; }  // the n-th call from now fails (1 = the next); 0 never
+  // The n-th call from now fails (1 = the next); 0 never. With min_size, only requests of at least
+  // that many bytes are counted (and can fail).
+  void FailNth(long n, size_t min_size = 0) {
+    fail_nth_ = n;
+    fail_min_size_ = min_size;
+  }
+  long pending_failure() const { return fail_nth_; }  // counted calls left before it; 0 when none
+  size_t fail_min_size() const { return fail_min_size_; }
   void FailAbove(size_t size) { fail_above_ = size; }  // any request larger than size fails
   void FailAll(bool fail) { fail_all_ = fail; }
   void Reset();  // clears injection and counters; live blocks stay tracked
@@ -81,6 +88,7 @@ class TestSystemMgr {
   std::map<void*, size_t> live_;
   std::vector<size_t> requests_;
   long fail_nth_ = 0;
+  size_t fail_min_size_ = 0;
   size_t fail_above_ = static_cast<size_t>(-1);
   bool fail_all_ = false;
   long allocs_ = 0, reallocs_ = 0, frees_ = 0, failures_ = 0, collects_ = 0, purges_ = 0, bad_frees_ = 0;
