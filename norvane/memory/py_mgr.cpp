@@ -79,7 +79,26 @@ void RefillOrRetire(KDMEM_PyPool* pool) {
   }
 }
 
-void FreeArenaMemory(uintptr_t base) {
+// SpanAfter is the number of arena bases at or below p: the span of p's arena, if it lies in one,
+// is the one before that position.
+uint32_t SpanAfter(const KDMEM_PyState* st, uintptr_t p) {
+  uint32_t low = 0, high = st->m_nSpans;
+  while (low < high) {
+    const uint32_t mid = (low + high) / 2;
+    if (st->m_pSpans[mid].m_Base <= p) {
+      low = mid + 1;
+    } else {
+      high = mid;
+    }
+  }
+  return low;
+}
+
+// FreeArenaMemory returns an arena's memory to the system heap and drops its span.
+void FreeArenaMemory(KDMEM_PyState* st, uintptr_t base) {
+  const uint32_t at = SpanAfter(st, base) - 1;  // the span of base itself
+  memmove(&st->m_pSpans[at], &st->m_pSpans[at + 1], (st->m_nSpans - at - 1) * sizeof(KDMEM_PyArenaSpan));
+  --st->m_nSpans;
   void* memory = reinterpret_cast<void*>(base);
   kdmem::Unpoison(memory, kArenaSize);
   free(memory);
@@ -94,6 +113,9 @@ KDMEM_PyArena* NewArena(KDMEM_PyState* st) {
     if (count <= old_count) return nullptr;
     // The usable list is empty here (a new arena is made only then), so no record pointer is
     // held anywhere while the vector moves; pools refer to their arena by index.
+    auto* spans = static_cast<KDMEM_PyArenaSpan*>(realloc(st->m_pSpans, count * sizeof(KDMEM_PyArenaSpan)));
+    if (!spans) return nullptr;
+    st->m_pSpans = spans;
     auto* arenas = static_cast<KDMEM_PyArena*>(realloc(st->m_pArenas, count * sizeof(KDMEM_PyArena)));
     if (!arenas) return nullptr;
     for (uint32_t i = old_count; i < count; ++i) {
@@ -110,6 +132,10 @@ KDMEM_PyArena* NewArena(KDMEM_PyState* st) {
   st->m_pUnusedArenas = arena->m_pNextArena;
   kdmem::Poison(memory, kArenaSize);
   arena->m_Base = reinterpret_cast<uintptr_t>(memory);
+  const uint32_t at = SpanAfter(st, arena->m_Base);
+  memmove(&st->m_pSpans[at + 1], &st->m_pSpans[at], (st->m_nSpans - at) * sizeof(KDMEM_PyArenaSpan));
+  st->m_pSpans[at].m_Base = arena->m_Base;
+  ++st->m_nSpans;
   arena->m_pNextPool = static_cast<uint8_t*>(memory);
   arena->m_nFreePools = kMaxPoolsPerArena;
   if (const uintptr_t excess = arena->m_Base & kPoolMask) {
@@ -210,7 +236,7 @@ void PoolEmptied(KDMEM_PyState* st, KDMEM_PyPool* pool) {
     if (arena->m_pNextArena) arena->m_pNextArena->m_pPrevArena = arena->m_pPrevArena;
     arena->m_pNextArena = st->m_pUnusedArenas;
     st->m_pUnusedArenas = arena;
-    FreeArenaMemory(arena->m_Base);
+    FreeArenaMemory(st, arena->m_Base);
     arena->m_Base = 0;
     return;
   }
@@ -248,11 +274,14 @@ void PoolEmptied(KDMEM_PyState* st, KDMEM_PyPool* pool) {
 void TryRelease(KDMEM_PyState* st) {
   KDMEM_PyArena* arena = st->m_pUsableArenas;
   if (st->m_nAllocatedArenas != 1 || !arena || arena->m_nFreePools != arena->m_nTotalPools) return;
-  FreeArenaMemory(arena->m_Base);
+  FreeArenaMemory(st, arena->m_Base);
   arena->m_Base = 0;
   --st->m_nAllocatedArenas;
   free(st->m_pArenas);
   st->m_pArenas = nullptr;
+  free(st->m_pSpans);
+  st->m_pSpans = nullptr;
+  st->m_nSpans = 0;
   st->m_pUnusedArenas = nullptr;
   st->m_pUsableArenas = nullptr;
   st->m_State = kPurged;
@@ -293,11 +322,15 @@ alignas(CKDMEM_PyMgr) unsigned char g_PyMgrStorage[sizeof(CKDMEM_PyMgr)];
 
 // Pool operations.
 
-NORVANE_NO_ASAN bool PyAddressInPools(const KDMEM_PyState* st, const void* block) {
-  const uint32_t index = PoolOf(block)->m_nArenaIndex;
-  if (index >= st->m_nMaxArenas) return false;
-  const uintptr_t base = st->m_pArenas[index].m_Base;
-  return base != 0 && reinterpret_cast<uintptr_t>(block) - base < kArenaSize;
+// A block belongs to the pools when it lies in an arena's memory. Reading the arena index from the
+// pool header in front of the block and checking that arena's range gives the same answer for
+// every block the manager can be handed, but for a block of the system heap that header is
+// memory the manager does not own (another block's, or freed): the sorted arena bases are
+// searched instead.
+bool PyAddressInPools(const KDMEM_PyState* st, const void* block) {
+  const uintptr_t p = reinterpret_cast<uintptr_t>(block);
+  const uint32_t after = SpanAfter(st, p);
+  return after > 0 && p - st->m_pSpans[after - 1].m_Base < kArenaSize;
 }
 
 void* pymalloc_alloc(KDMEM_PyState* st, size_t size) {
@@ -506,10 +539,11 @@ CKDMEM_PyMgr::CKDMEM_PyMgr() {
 CKDMEM_PyMgr::~CKDMEM_PyMgr() {
   if (m_State.m_pArenas) {
     for (uint32_t i = 0; i < m_State.m_nMaxArenas; ++i) {
-      if (m_State.m_pArenas[i].m_Base) FreeArenaMemory(m_State.m_pArenas[i].m_Base);
+      if (m_State.m_pArenas[i].m_Base) FreeArenaMemory(&m_State, m_State.m_pArenas[i].m_Base);
     }
     free(m_State.m_pArenas);
   }
+  free(m_State.m_pSpans);
   KDCRT_Mutex_Destroy(&m_Mutex);
 }
 

@@ -90,6 +90,11 @@ struct KDMEM_PyArena {
   KDMEM_PyArena* m_pPrevArena;  // usable list only
 };
 
+// KDMEM_PyArenaSpan is where one arena's memory begins; the state keeps them sorted by base.
+struct KDMEM_PyArenaSpan {
+  uintptr_t m_Base;
+};
+
 // KDMEM_PyRawAllocator serves whatever the pools do not.
 struct KDMEM_PyRawAllocator {
   void* (*Alloc)(size_t size);
@@ -111,6 +116,11 @@ struct KDMEM_PyState {
   int32_t m_State;       // kdpy::kPooling, kDiscarding or kPurged
   // Sentinels heading the circular class lists; only their pool links are used.
   KDMEM_PyPool m_UsedPools[kdpy::kClassCount];
+  // The bases of the arenas that hold memory, ascending, in a vector of m_nMaxArenas entries
+  // grown with the record vector: the address test searches it rather than reading the memory in
+  // front of a block, which for a block of the system heap is not the manager's to read.
+  KDMEM_PyArenaSpan* m_pSpans;
+  uint32_t m_nSpans;
 };
 
 static_assert(sizeof(KDMEM_PyPool) == kdpy::kPoolHeaderSize, "the pool header is 48 bytes");
