@@ -221,8 +221,9 @@ TEST(PyMgr, CreateBuildsTheStaticInstance) {
   EXPECT_EQ(CheckState(st, kDrained), "");
 
   // Calling it again rebuilds the same record, abandoning the old state (here only the arena
-  // record vector, returned first so the leak checker stays quiet).
+  // record and span vectors, returned first so the leak checker stays quiet).
   free(self->m_State.m_pArenas);
+  free(self->m_State.m_pSpans);
   EXPECT_EQ(KDMEM_CreatePyMgr(), mgr);
   EXPECT_EQ(st.m_pArenas, nullptr);
 }
