@@ -10,6 +10,7 @@
 
 using kdpy::BlockSize;
 using kdpy::ClassOf;
+using kdpy::kArenaShift;
 using kdpy::kArenaSize;
 using kdpy::kDiscarding;
 using kdpy::kMaxPoolsPerArena;
@@ -79,26 +80,98 @@ void RefillOrRetire(KDMEM_PyPool* pool) {
   }
 }
 
-// SpanAfter is the number of arena bases at or below p: the span of p's arena, if it lies in one,
-// is the one before that position.
-uint32_t SpanAfter(const KDMEM_PyState* st, uintptr_t p) {
-  uint32_t low = 0, high = st->m_nSpans;
-  while (low < high) {
-    const uint32_t mid = (low + high) / 2;
-    if (st->m_pSpans[mid].m_Base <= p) {
-      low = mid + 1;
-    } else {
-      high = mid;
-    }
-  }
-  return low;
+// The arena address table. Arenas are disjoint and one chunk long, so a chunk meets at most two
+// of them (one reaching in from the chunk before, one starting inside it) and an arena meets at
+// most two chunks.
+
+uint32_t ChunkHome(uintptr_t key, uint32_t bits) {
+  return static_cast<uint32_t>((static_cast<uint64_t>(key) * 0x9E3779B97F4A7C15ull) >> (64 - bits));
 }
 
-// FreeArenaMemory returns an arena's memory to the system heap and drops its span.
+KDMEM_PyChunk* FindChunk(const KDMEM_PyState* st, uintptr_t key) {
+  const uint32_t mask = (1u << st->m_nChunkBits) - 1;
+  for (uint32_t i = ChunkHome(key, st->m_nChunkBits);; i = (i + 1) & mask) {
+    KDMEM_PyChunk* entry = &st->m_pChunks[i];
+    if (entry->m_nKey == key) return entry;
+    if (entry->m_nKey == 0) return nullptr;
+  }
+}
+
+KDMEM_PyChunk* AddChunk(KDMEM_PyState* st, uintptr_t key) {
+  const uint32_t mask = (1u << st->m_nChunkBits) - 1;
+  uint32_t i = ChunkHome(key, st->m_nChunkBits);
+  while (st->m_pChunks[i].m_nKey != 0 && st->m_pChunks[i].m_nKey != key) i = (i + 1) & mask;
+  KDMEM_PyChunk* entry = &st->m_pChunks[i];
+  if (entry->m_nKey == 0) {
+    *entry = {key, {0, 0}};
+    ++st->m_nChunks;
+  }
+  return entry;
+}
+
+// RemoveChunk empties an entry and shifts back the entries after it that probed past it.
+void RemoveChunk(KDMEM_PyState* st, KDMEM_PyChunk* entry) {
+  const uint32_t mask = (1u << st->m_nChunkBits) - 1;
+  uint32_t hole = static_cast<uint32_t>(entry - st->m_pChunks);
+  for (uint32_t j = (hole + 1) & mask; st->m_pChunks[j].m_nKey != 0; j = (j + 1) & mask) {
+    const uint32_t home = ChunkHome(st->m_pChunks[j].m_nKey, st->m_nChunkBits);
+    // An entry stays when its home lies cyclically in (hole, j].
+    if (((j - home) & mask) < ((j - hole) & mask)) continue;
+    st->m_pChunks[hole] = st->m_pChunks[j];
+    hole = j;
+  }
+  st->m_pChunks[hole].m_nKey = 0;
+  --st->m_nChunks;
+}
+
+// ReserveChunks makes room for one more arena (two entries) while keeping the table at most half
+// full; false when the larger table cannot be had.
+bool ReserveChunks(KDMEM_PyState* st) {
+  if (st->m_nChunkBits && (st->m_nChunks + 2) * 2 <= (1u << st->m_nChunkBits)) return true;
+  const uint32_t bits = st->m_nChunkBits ? st->m_nChunkBits + 1 : 5;
+  if (bits > 31) return false;
+  auto* table = static_cast<KDMEM_PyChunk*>(calloc(size_t{1} << bits, sizeof(KDMEM_PyChunk)));
+  if (!table) return false;
+  KDMEM_PyChunk* old = st->m_pChunks;
+  const uint32_t old_capacity = st->m_nChunkBits ? 1u << st->m_nChunkBits : 0;
+  st->m_pChunks = table;
+  st->m_nChunkBits = bits;
+  st->m_nChunks = 0;
+  for (uint32_t i = 0; i < old_capacity; ++i) {
+    if (old[i].m_nKey) *AddChunk(st, old[i].m_nKey) = old[i];
+  }
+  free(old);
+  return true;
+}
+
+void AddArenaChunks(KDMEM_PyState* st, uintptr_t base) {
+  for (uintptr_t key = (base >> kArenaShift) + 1; key <= ((base + kArenaSize - 1) >> kArenaShift) + 1; ++key) {
+    KDMEM_PyChunk* entry = AddChunk(st, key);
+    entry->m_Base[entry->m_Base[0] ? 1 : 0] = base;
+  }
+}
+
+void RemoveArenaChunks(KDMEM_PyState* st, uintptr_t base) {
+  for (uintptr_t key = (base >> kArenaShift) + 1; key <= ((base + kArenaSize - 1) >> kArenaShift) + 1; ++key) {
+    KDMEM_PyChunk* entry = FindChunk(st, key);
+    if (!entry) continue;
+    for (uintptr_t& b : entry->m_Base) {
+      if (b == base) b = 0;
+    }
+    if (!entry->m_Base[0] && !entry->m_Base[1]) RemoveChunk(st, entry);
+  }
+}
+
+void FreeChunkTable(KDMEM_PyState* st) {
+  free(st->m_pChunks);
+  st->m_pChunks = nullptr;
+  st->m_nChunkBits = 0;
+  st->m_nChunks = 0;
+}
+
+// FreeArenaMemory returns an arena's memory to the system heap and drops it from the table.
 void FreeArenaMemory(KDMEM_PyState* st, uintptr_t base) {
-  const uint32_t at = SpanAfter(st, base) - 1;  // the span of base itself
-  memmove(&st->m_pSpans[at], &st->m_pSpans[at + 1], (st->m_nSpans - at - 1) * sizeof(KDMEM_PyArenaSpan));
-  --st->m_nSpans;
+  RemoveArenaChunks(st, base);
   void* memory = reinterpret_cast<void*>(base);
   kdmem::Unpoison(memory, kArenaSize);
   free(memory);
@@ -113,9 +186,6 @@ KDMEM_PyArena* NewArena(KDMEM_PyState* st) {
     if (count <= old_count) return nullptr;
     // The usable list is empty here (a new arena is made only then), so no record pointer is
     // held anywhere while the vector moves; pools refer to their arena by index.
-    auto* spans = static_cast<KDMEM_PyArenaSpan*>(realloc(st->m_pSpans, count * sizeof(KDMEM_PyArenaSpan)));
-    if (!spans) return nullptr;
-    st->m_pSpans = spans;
     auto* arenas = static_cast<KDMEM_PyArena*>(realloc(st->m_pArenas, count * sizeof(KDMEM_PyArena)));
     if (!arenas) return nullptr;
     for (uint32_t i = old_count; i < count; ++i) {
@@ -126,16 +196,15 @@ KDMEM_PyArena* NewArena(KDMEM_PyState* st) {
     st->m_pUnusedArenas = &arenas[old_count];
     st->m_nMaxArenas = count;
   }
+  // Room in the address table is made first, so that nothing can fail once the memory is had.
+  if (!ReserveChunks(st)) return nullptr;
   KDMEM_PyArena* arena = st->m_pUnusedArenas;
   void* memory = malloc(kArenaSize);
   if (!memory) return nullptr;  // the record stays on the unused list
   st->m_pUnusedArenas = arena->m_pNextArena;
   kdmem::Poison(memory, kArenaSize);
   arena->m_Base = reinterpret_cast<uintptr_t>(memory);
-  const uint32_t at = SpanAfter(st, arena->m_Base);
-  memmove(&st->m_pSpans[at + 1], &st->m_pSpans[at], (st->m_nSpans - at) * sizeof(KDMEM_PyArenaSpan));
-  st->m_pSpans[at].m_Base = arena->m_Base;
-  ++st->m_nSpans;
+  AddArenaChunks(st, arena->m_Base);
   arena->m_pNextPool = static_cast<uint8_t*>(memory);
   arena->m_nFreePools = kMaxPoolsPerArena;
   if (const uintptr_t excess = arena->m_Base & kPoolMask) {
@@ -279,9 +348,7 @@ void TryRelease(KDMEM_PyState* st) {
   --st->m_nAllocatedArenas;
   free(st->m_pArenas);
   st->m_pArenas = nullptr;
-  free(st->m_pSpans);
-  st->m_pSpans = nullptr;
-  st->m_nSpans = 0;
+  FreeChunkTable(st);
   st->m_pUnusedArenas = nullptr;
   st->m_pUsableArenas = nullptr;
   st->m_State = kPurged;
@@ -325,12 +392,15 @@ alignas(CKDMEM_PyMgr) unsigned char g_PyMgrStorage[sizeof(CKDMEM_PyMgr)];
 // A block belongs to the pools when it lies in an arena's memory. Reading the arena index from the
 // pool header in front of the block and checking that arena's range gives the same answer for
 // every block the manager can be handed, but for a block of the system heap that header is
-// memory the manager does not own (another block's, or freed): the sorted arena bases are
-// searched instead.
+// memory the manager does not own (another block's, or freed): the arena address table is
+// looked up instead.
 bool PyAddressInPools(const KDMEM_PyState* st, const void* block) {
+  if (!st->m_pChunks) return false;
   const uintptr_t p = reinterpret_cast<uintptr_t>(block);
-  const uint32_t after = SpanAfter(st, p);
-  return after > 0 && p - st->m_pSpans[after - 1].m_Base < kArenaSize;
+  const KDMEM_PyChunk* entry = FindChunk(st, (p >> kArenaShift) + 1);
+  if (!entry) return false;
+  const uintptr_t first = entry->m_Base[0], second = entry->m_Base[1];
+  return (first && p - first < kArenaSize) || (second && p - second < kArenaSize);
 }
 
 void* pymalloc_alloc(KDMEM_PyState* st, size_t size) {
@@ -543,7 +613,7 @@ CKDMEM_PyMgr::~CKDMEM_PyMgr() {
     }
     free(m_State.m_pArenas);
   }
-  free(m_State.m_pSpans);
+  FreeChunkTable(&m_State);
   KDCRT_Mutex_Destroy(&m_Mutex);
 }
 
