@@ -120,7 +120,7 @@ void RemoveChunk(KDMEM_PyState* st, KDMEM_PyChunk* entry) {
     st->m_pChunks[hole] = st->m_pChunks[j];
     hole = j;
   }
-  st->m_pChunks[hole].m_nKey = 0;
+  st->m_pChunks[hole] = {0, {0, 0}};
   --st->m_nChunks;
 }
 

@@ -104,6 +104,7 @@ std::string CheckState(const KDMEM_PyState& st, bool drained = false) {
   }
   size_t table_refs = 0;
   for (uint32_t i = 0; st.m_pChunks && i < (1u << st.m_nChunkBits); ++i) {
+    if (st.m_pChunks[i].m_nKey == 0) continue;
     for (uintptr_t base : st.m_pChunks[i].m_Base) {
       if (base && !bases.count(base)) return "address table lists freed memory";
       table_refs += base != 0;
