@@ -18,30 +18,9 @@
 #endif
 #endif
 
-#if defined(__SANITIZE_THREAD__)
-#define NORVANE_TSAN 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define NORVANE_TSAN 1
-#endif
-#endif
-
 #ifdef NORVANE_ASAN
 #include <sanitizer/asan_interface.h>
 #endif
-// NORVANE_NO_ASAN keeps the address or thread sanitizer out of a function that reads memory it
-// does not own on purpose (the pool manager's address test reads the would-be pool header in
-// front of any block, which for a block from the system heap is someone else's memory, perhaps
-// freed or being written by another thread; the value read only steers a check that gives the
-// right answer whatever it is).
-#if defined(NORVANE_ASAN)
-#define NORVANE_NO_ASAN __attribute__((no_sanitize("address")))
-#elif defined(NORVANE_TSAN)
-#define NORVANE_NO_ASAN __attribute__((no_sanitize("thread")))
-#else
-#define NORVANE_NO_ASAN
-#endif
-
 namespace kdmem {
 
 inline void Poison(const void* p, size_t n) {

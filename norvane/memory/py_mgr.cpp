@@ -10,6 +10,7 @@
 
 using kdpy::BlockSize;
 using kdpy::ClassOf;
+using kdpy::kArenaShift;
 using kdpy::kArenaSize;
 using kdpy::kDiscarding;
 using kdpy::kMaxPoolsPerArena;
@@ -79,7 +80,98 @@ void RefillOrRetire(KDMEM_PyPool* pool) {
   }
 }
 
-void FreeArenaMemory(uintptr_t base) {
+// The arena address table. Arenas are disjoint and one chunk long, so a chunk meets at most two
+// of them (one reaching in from the chunk before, one starting inside it) and an arena meets at
+// most two chunks.
+
+uint32_t ChunkHome(uintptr_t key, uint32_t bits) {
+  return static_cast<uint32_t>((static_cast<uint64_t>(key) * 0x9E3779B97F4A7C15ull) >> (64 - bits));
+}
+
+KDMEM_PyChunk* FindChunk(const KDMEM_PyState* st, uintptr_t key) {
+  const uint32_t mask = (1u << st->m_nChunkBits) - 1;
+  for (uint32_t i = ChunkHome(key, st->m_nChunkBits);; i = (i + 1) & mask) {
+    KDMEM_PyChunk* entry = &st->m_pChunks[i];
+    if (entry->m_nKey == key) return entry;
+    if (entry->m_nKey == 0) return nullptr;
+  }
+}
+
+KDMEM_PyChunk* AddChunk(KDMEM_PyState* st, uintptr_t key) {
+  const uint32_t mask = (1u << st->m_nChunkBits) - 1;
+  uint32_t i = ChunkHome(key, st->m_nChunkBits);
+  while (st->m_pChunks[i].m_nKey != 0 && st->m_pChunks[i].m_nKey != key) i = (i + 1) & mask;
+  KDMEM_PyChunk* entry = &st->m_pChunks[i];
+  if (entry->m_nKey == 0) {
+    *entry = {key, {0, 0}};
+    ++st->m_nChunks;
+  }
+  return entry;
+}
+
+// RemoveChunk empties an entry and shifts back the entries after it that probed past it.
+void RemoveChunk(KDMEM_PyState* st, KDMEM_PyChunk* entry) {
+  const uint32_t mask = (1u << st->m_nChunkBits) - 1;
+  uint32_t hole = static_cast<uint32_t>(entry - st->m_pChunks);
+  for (uint32_t j = (hole + 1) & mask; st->m_pChunks[j].m_nKey != 0; j = (j + 1) & mask) {
+    const uint32_t home = ChunkHome(st->m_pChunks[j].m_nKey, st->m_nChunkBits);
+    // An entry stays when its home lies cyclically in (hole, j].
+    if (((j - home) & mask) < ((j - hole) & mask)) continue;
+    st->m_pChunks[hole] = st->m_pChunks[j];
+    hole = j;
+  }
+  st->m_pChunks[hole] = {0, {0, 0}};
+  --st->m_nChunks;
+}
+
+// ReserveChunks makes room for one more arena (two entries) while keeping the table at most half
+// full; false when the larger table cannot be had.
+bool ReserveChunks(KDMEM_PyState* st) {
+  if (st->m_nChunkBits && (st->m_nChunks + 2) * 2 <= (1u << st->m_nChunkBits)) return true;
+  const uint32_t bits = st->m_nChunkBits ? st->m_nChunkBits + 1 : 5;
+  if (bits > 31) return false;
+  auto* table = static_cast<KDMEM_PyChunk*>(calloc(size_t{1} << bits, sizeof(KDMEM_PyChunk)));
+  if (!table) return false;
+  KDMEM_PyChunk* old = st->m_pChunks;
+  const uint32_t old_capacity = st->m_nChunkBits ? 1u << st->m_nChunkBits : 0;
+  st->m_pChunks = table;
+  st->m_nChunkBits = bits;
+  st->m_nChunks = 0;
+  for (uint32_t i = 0; i < old_capacity; ++i) {
+    if (old[i].m_nKey) *AddChunk(st, old[i].m_nKey) = old[i];
+  }
+  free(old);
+  return true;
+}
+
+void AddArenaChunks(KDMEM_PyState* st, uintptr_t base) {
+  for (uintptr_t key = (base >> kArenaShift) + 1; key <= ((base + kArenaSize - 1) >> kArenaShift) + 1; ++key) {
+    KDMEM_PyChunk* entry = AddChunk(st, key);
+    entry->m_Base[entry->m_Base[0] ? 1 : 0] = base;
+  }
+}
+
+void RemoveArenaChunks(KDMEM_PyState* st, uintptr_t base) {
+  for (uintptr_t key = (base >> kArenaShift) + 1; key <= ((base + kArenaSize - 1) >> kArenaShift) + 1; ++key) {
+    KDMEM_PyChunk* entry = FindChunk(st, key);
+    if (!entry) continue;
+    for (uintptr_t& b : entry->m_Base) {
+      if (b == base) b = 0;
+    }
+    if (!entry->m_Base[0] && !entry->m_Base[1]) RemoveChunk(st, entry);
+  }
+}
+
+void FreeChunkTable(KDMEM_PyState* st) {
+  free(st->m_pChunks);
+  st->m_pChunks = nullptr;
+  st->m_nChunkBits = 0;
+  st->m_nChunks = 0;
+}
+
+// FreeArenaMemory returns an arena's memory to the system heap and drops it from the table.
+void FreeArenaMemory(KDMEM_PyState* st, uintptr_t base) {
+  RemoveArenaChunks(st, base);
   void* memory = reinterpret_cast<void*>(base);
   kdmem::Unpoison(memory, kArenaSize);
   free(memory);
@@ -104,12 +196,15 @@ KDMEM_PyArena* NewArena(KDMEM_PyState* st) {
     st->m_pUnusedArenas = &arenas[old_count];
     st->m_nMaxArenas = count;
   }
+  // Room in the address table is made first, so that nothing can fail once the memory is had.
+  if (!ReserveChunks(st)) return nullptr;
   KDMEM_PyArena* arena = st->m_pUnusedArenas;
   void* memory = malloc(kArenaSize);
   if (!memory) return nullptr;  // the record stays on the unused list
   st->m_pUnusedArenas = arena->m_pNextArena;
   kdmem::Poison(memory, kArenaSize);
   arena->m_Base = reinterpret_cast<uintptr_t>(memory);
+  AddArenaChunks(st, arena->m_Base);
   arena->m_pNextPool = static_cast<uint8_t*>(memory);
   arena->m_nFreePools = kMaxPoolsPerArena;
   if (const uintptr_t excess = arena->m_Base & kPoolMask) {
@@ -210,7 +305,7 @@ void PoolEmptied(KDMEM_PyState* st, KDMEM_PyPool* pool) {
     if (arena->m_pNextArena) arena->m_pNextArena->m_pPrevArena = arena->m_pPrevArena;
     arena->m_pNextArena = st->m_pUnusedArenas;
     st->m_pUnusedArenas = arena;
-    FreeArenaMemory(arena->m_Base);
+    FreeArenaMemory(st, arena->m_Base);
     arena->m_Base = 0;
     return;
   }
@@ -248,11 +343,12 @@ void PoolEmptied(KDMEM_PyState* st, KDMEM_PyPool* pool) {
 void TryRelease(KDMEM_PyState* st) {
   KDMEM_PyArena* arena = st->m_pUsableArenas;
   if (st->m_nAllocatedArenas != 1 || !arena || arena->m_nFreePools != arena->m_nTotalPools) return;
-  FreeArenaMemory(arena->m_Base);
+  FreeArenaMemory(st, arena->m_Base);
   arena->m_Base = 0;
   --st->m_nAllocatedArenas;
   free(st->m_pArenas);
   st->m_pArenas = nullptr;
+  FreeChunkTable(st);
   st->m_pUnusedArenas = nullptr;
   st->m_pUsableArenas = nullptr;
   st->m_State = kPurged;
@@ -293,11 +389,18 @@ alignas(CKDMEM_PyMgr) unsigned char g_PyMgrStorage[sizeof(CKDMEM_PyMgr)];
 
 // Pool operations.
 
-NORVANE_NO_ASAN bool PyAddressInPools(const KDMEM_PyState* st, const void* block) {
-  const uint32_t index = PoolOf(block)->m_nArenaIndex;
-  if (index >= st->m_nMaxArenas) return false;
-  const uintptr_t base = st->m_pArenas[index].m_Base;
-  return base != 0 && reinterpret_cast<uintptr_t>(block) - base < kArenaSize;
+// A block belongs to the pools when it lies in an arena's memory. Reading the arena index from the
+// pool header in front of the block and checking that arena's range gives the same answer for
+// every block the manager can be handed, but for a block of the system heap that header is
+// memory the manager does not own (another block's, or freed): the arena address table is
+// looked up instead.
+bool PyAddressInPools(const KDMEM_PyState* st, const void* block) {
+  if (!st->m_pChunks) return false;
+  const uintptr_t p = reinterpret_cast<uintptr_t>(block);
+  const KDMEM_PyChunk* entry = FindChunk(st, (p >> kArenaShift) + 1);
+  if (!entry) return false;
+  const uintptr_t first = entry->m_Base[0], second = entry->m_Base[1];
+  return (first && p - first < kArenaSize) || (second && p - second < kArenaSize);
 }
 
 void* pymalloc_alloc(KDMEM_PyState* st, size_t size) {
@@ -506,10 +609,11 @@ CKDMEM_PyMgr::CKDMEM_PyMgr() {
 CKDMEM_PyMgr::~CKDMEM_PyMgr() {
   if (m_State.m_pArenas) {
     for (uint32_t i = 0; i < m_State.m_nMaxArenas; ++i) {
-      if (m_State.m_pArenas[i].m_Base) FreeArenaMemory(m_State.m_pArenas[i].m_Base);
+      if (m_State.m_pArenas[i].m_Base) FreeArenaMemory(&m_State, m_State.m_pArenas[i].m_Base);
     }
     free(m_State.m_pArenas);
   }
+  FreeChunkTable(&m_State);
   KDCRT_Mutex_Destroy(&m_Mutex);
 }
 

@@ -45,7 +45,8 @@
 
 namespace kdpy {
 
-constexpr size_t kArenaSize = 262144;
+constexpr unsigned int kArenaShift = 18;
+constexpr size_t kArenaSize = size_t{1} << kArenaShift;
 constexpr size_t kPoolSize = 4096;
 constexpr uintptr_t kPoolMask = kPoolSize - 1;
 constexpr uint32_t kPoolHeaderSize = 48;
@@ -90,6 +91,13 @@ struct KDMEM_PyArena {
   KDMEM_PyArena* m_pPrevArena;  // usable list only
 };
 
+// KDMEM_PyChunk is one entry of the arena address table: the address space is cut into chunks
+// of the arena size, and an entry lists the (at most two) arenas whose memory meets its chunk.
+struct KDMEM_PyChunk {
+  uintptr_t m_nKey;      // chunk number + 1; 0 marks an empty entry
+  uintptr_t m_Base[2];   // arena bases, 0 where none
+};
+
 // KDMEM_PyRawAllocator serves whatever the pools do not.
 struct KDMEM_PyRawAllocator {
   void* (*Alloc)(size_t size);
@@ -111,6 +119,12 @@ struct KDMEM_PyState {
   int32_t m_State;       // kdpy::kPooling, kDiscarding or kPurged
   // Sentinels heading the circular class lists; only their pool links are used.
   KDMEM_PyPool m_UsedPools[kdpy::kClassCount];
+  // The arena address table (open addressing, linear probing, capacity a power of two): the
+  // address test looks a block's chunk up here rather than reading the memory in front of the
+  // block, which for a block of the system heap is not the manager's to read.
+  KDMEM_PyChunk* m_pChunks;
+  uint32_t m_nChunkBits;  // log2 of the capacity; 0 while there is no table
+  uint32_t m_nChunks;     // entries in use
 };
 
 static_assert(sizeof(KDMEM_PyPool) == kdpy::kPoolHeaderSize, "the pool header is 48 bytes");

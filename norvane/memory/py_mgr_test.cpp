@@ -75,6 +75,8 @@ std::string CheckState(const KDMEM_PyState& st, bool drained = false) {
     if (a->m_Base) return "unused record holds memory";
     unused.insert(a);
   }
+  size_t chunk_refs = 0;
+  std::set<uintptr_t> bases;
   for (uint32_t i = 0; i < st.m_nMaxArenas; ++i) {
     const KDMEM_PyArena& a = st.m_pArenas[i];
     if (!a.m_Base) {
@@ -82,6 +84,14 @@ std::string CheckState(const KDMEM_PyState& st, bool drained = false) {
       continue;
     }
     if (drained) return "an arena is still held";
+    // The address table finds the arena's whole range and nothing just outside it but another
+    // arena; it lists each held arena in the one or two chunks it meets.
+    if (!PyAddressInPools(&st, reinterpret_cast<void*>(a.m_Base)) ||
+        !PyAddressInPools(&st, reinterpret_cast<void*>(a.m_Base + kdpy::kArenaSize - 1))) {
+      return "arena missing from the address table";
+    }
+    chunk_refs += 1 + ((a.m_Base & (kdpy::kArenaSize - 1)) != 0);
+    bases.insert(a.m_Base);
     if (a.m_nTotalPools != ((a.m_Base & kdpy::kPoolMask) ? 63u : 64u)) return "total pools";
     if (!usable.count(&a) && a.m_nFreePools != 0) return "arena with free pools off the usable list";
     uint32_t listed = 0;
@@ -92,6 +102,15 @@ std::string CheckState(const KDMEM_PyState& st, bool drained = false) {
     const auto carved = static_cast<uint32_t>((reinterpret_cast<uintptr_t>(a.m_pNextPool) - first) / kdpy::kPoolSize);
     if (listed + a.m_nTotalPools - carved != a.m_nFreePools) return "free pool count";
   }
+  size_t table_refs = 0;
+  for (uint32_t i = 0; st.m_pChunks && i < (1u << st.m_nChunkBits); ++i) {
+    if (st.m_pChunks[i].m_nKey == 0) continue;
+    for (uintptr_t base : st.m_pChunks[i].m_Base) {
+      if (base && !bases.count(base)) return "address table lists freed memory";
+      table_refs += base != 0;
+    }
+  }
+  if (table_refs != chunk_refs) return "address table entry count";
   for (uint32_t c = 0; c < kdpy::kClassCount; ++c) {
     const KDMEM_PyPool* head = &st.m_UsedPools[c];
     const KDMEM_PyPool* before = head;
@@ -221,8 +240,9 @@ TEST(PyMgr, CreateBuildsTheStaticInstance) {
   EXPECT_EQ(CheckState(st, kDrained), "");
 
   // Calling it again rebuilds the same record, abandoning the old state (here only the arena
-  // record vector, returned first so the leak checker stays quiet).
+  // record vector and address table, returned first so the leak checker stays quiet).
   free(self->m_State.m_pArenas);
+  free(self->m_State.m_pChunks);
   EXPECT_EQ(KDMEM_CreatePyMgr(), mgr);
   EXPECT_EQ(st.m_pArenas, nullptr);
 }
