@@ -128,39 +128,4 @@ TEST(Dsa, SigningRefusals) {
   }
 }
 
-// Each allocation of signing and verifying fails in turn: no crash, no leak, and a signature is
-// either made and valid or the output is left as it was.
-TEST(Dsa, OutOfMemory) {
-  const Bytes priv = pktest::DsaBlob(OpensslKey(), true), pub = pktest::DsaBlob(OpensslKey(), false);
-  const Bytes data = {4, 5, 6};
-  CKD_ByteString good;
-  ASSERT_TRUE(KDPKI_DsaSign(View(data), View(priv), good));
-  (void)KDPKI_HugeInt::Two();
-  kdtest::TestDefaultMgr t;
-  const size_t base = t.live_blocks();
-  long n = 1;
-  for (; n < 4000; ++n) {
-    {
-      CKD_ByteString sig("s");
-      t.sys().FailNth(n);
-      const bool signed_ok = KDPKI_DsaSign(View(data), View(priv), sig);
-      const bool verified = KDPKI_VerifyDsaSign(View(data), good, View(pub));
-      t.sys().FailNth(0);
-      if (signed_ok) {
-        EXPECT_TRUE(KDPKI_VerifyDsaSign(View(data), sig, View(pub))) << n;
-      } else {
-        EXPECT_EQ(sig, "s") << n;
-      }
-      if (t.sys().failures() == 0) {
-        EXPECT_TRUE(signed_ok && verified);
-      }
-    }
-    EXPECT_EQ(t.live_blocks(), base) << "leak after failing allocation " << n;
-    if (t.sys().failures() == 0) break;
-    t.sys().Reset();
-  }
-  EXPECT_GT(n, 20);
-  EXPECT_LT(n, 4000);
-}
-
 }  // namespace

@@ -461,47 +461,4 @@ TEST(HugeInt, SharedConstants) {
   EXPECT_EQ(t.sys().bad_frees(), 0);
 }
 
-// Every allocation of a scenario fails in turn: nothing crashes or leaks, and a result is either
-// right or left as the failure leaves it.
-TEST(HugeInt, OutOfMemory) {
-  KDPKI_Finalize();
-  kdtest::TestDefaultMgr t;
-  (void)KDPKI_HugeInt::Zero();
-  (void)KDPKI_HugeInt::One();
-  (void)KDPKI_HugeInt::Two();
-  (void)KDPKI_HugeInt::Three();
-  const size_t base = t.live_blocks();
-  std::mt19937_64 rng(8);
-  Mpz za, zb, zm;
-  pkitest::Make(za, rng, 600, pkitest::kRandom);
-  pkitest::Make(zb, rng, 200, pkitest::kRandom);
-  pkitest::Make(zm, rng, 256, pkitest::kRandom);
-  mpz_setbit(zm, 0);
-  Mpz want;
-  mpz_powm(want, za, zb, zm);
-  const std::string want_hex = Hex(want);
-  for (long n = 1; n < 400; ++n) {
-    {
-      const KDPKI_HugeInt a = FromMpz(za), b = FromMpz(zb), m = FromMpz(zm);
-      t.sys().FailNth(n);
-      KDPKI_HugeInt r = a * b + a / b - (a % b) + (a << 40) + (a >> 3);
-      r = KDPKI_HugeInt::GCD(a, b) + a.InverseMod(m) + m.SquareRoot();
-      r = KDPKI_ModularExponentiation(a, b, m);
-      if (t.sys().failures() == 0) {
-        EXPECT_EQ(Hex(r), want_hex);
-      }
-      const KDPKI_MontgomeryRepresentation rep(m);
-      r = rep.Exponentiate(rep.ConvertIn(a), b);
-      r = rep.Exponentiate(a << 300, KDPKI_HugeInt(77u));
-      const KDPKI_MultiplicativeGroup g(&rep);
-      KDPKI_LtoRBinaryExponentiation(a, KDPKI_HugeInt(5u), g, r);
-      t.sys().FailNth(0);
-    }
-    EXPECT_EQ(t.live_blocks(), base) << "leak after failing allocation " << n;
-    if (t.sys().failures() == 0) break;
-    t.sys().Reset();
-  }
-  KDPKI_Finalize();
-}
-
 }  // namespace

@@ -367,44 +367,4 @@ TEST(RandomDraws, PrimesAgainstKnownAnswers) {
   }
 }
 
-// Every allocation of a search fails in turn: nothing crashes or leaks, and without a failure the
-// results are right. With no memory at all every search ends, finding nothing.
-TEST(Primes, OutOfMemory) {
-  KDPKI_BuildPrimeTable();
-  KDPKI_Finalize();
-  kdtest::TestDefaultMgr t;
-  (void)H::Zero(), (void)H::One(), (void)H::Two(), (void)H::Three();
-  Mpz want;
-  mpz_set_str(want, "d3b1a8c1f0e2d4c6b8a09f8f", 16);
-  const H start = FromMpz(want), max = start + 100000u;
-  mpz_sub_ui(want, want, 1);
-  mpz_nextprime(want, want);
-  const H prime = FromMpz(want);
-  const size_t base = t.live_blocks();
-  for (long n = 1;; ++n) {
-    {
-      t.sys().FailNth(n);
-      H p = start, x;
-      const bool found = KDPKI_FirstPrime(p, max, H(), H(1u)) && KDPKI_IsPrime(prime);
-      KDPKI_RandomGenerator gen(reinterpret_cast<const uint8_t*>("oom"), 3);
-      const bool drawn = x.Random(gen, start, max, KDPKI_RANDOM_PRIME, H(1u), H(4u));
-      const bool failed = t.sys().failures() != 0;
-      t.sys().FailNth(0);
-      EXPECT_TRUE(failed || (found && p == prime && drawn && GmpPrime(Mpz(x)) && x % 4u == 1u));
-    }
-    EXPECT_EQ(t.live_blocks(), base) << "leak after failing allocation " << n;
-    if (t.sys().failures() == 0) break;
-    t.sys().Reset();
-  }
-  t.sys().FailAll(true);
-  {
-    H p = start, x;
-    KDPKI_RandomGenerator gen(reinterpret_cast<const uint8_t*>("oom"), 3);
-    EXPECT_FALSE(KDPKI_FirstPrime(p, max, H(), H(1u)) || x.Random(gen, start, max, KDPKI_RANDOM_PRIME));
-  }
-  t.sys().FailAll(false);
-  EXPECT_EQ(t.live_blocks(), base);
-  KDPKI_Finalize();
-}
-
 }  // namespace

@@ -240,33 +240,4 @@ TEST(DsaKeygen, ParametersMatchFips186) {
   EXPECT_TRUE(small.m_p.IsZero() && small.m_q.IsZero() && small.m_nSeedLength == 0);
 }
 
-// Allocations of RSA key generation fail one at a time (the first 100, then every 97th of a run's
-// count): no crash, no leak, and the outputs are the key of the seed or left as they were.
-TEST(RsaKeygen, OutOfMemory) {
-  CKD_ByteString want_pub, want_priv;
-  ASSERT_TRUE(KDPKI_CreateRsaKey(96, "oom", nullptr, want_pub, want_priv));
-  kdtest::TestDefaultMgr t;
-  {
-    CKD_ByteString pub, priv;
-    KDPKI_CreateRsaKey(96, "oom", nullptr, pub, priv);
-  }
-  const long total = t.sys().allocs() + t.sys().reallocs();
-  const size_t base = t.live_blocks();
-  t.sys().Reset();
-  int failed_runs = 0;
-  for (long n = 1; n <= total; n += n < 100 ? 1 : 97) {
-    {
-      CKD_ByteString pub("p"), priv("k");
-      t.sys().FailNth(n);
-      const bool ok = KDPKI_CreateRsaKey(96, "oom", nullptr, pub, priv);
-      t.sys().FailNth(0);
-      EXPECT_TRUE(ok ? pub == want_pub && priv == want_priv : pub == "p" && priv == "k") << n;
-      failed_runs += !ok;
-    }
-    EXPECT_EQ(t.live_blocks(), base) << "leak after failing allocation " << n;
-    t.sys().Reset();
-  }
-  EXPECT_GT(failed_runs, 100);
-}
-
 }  // namespace

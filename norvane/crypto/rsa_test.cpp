@@ -374,42 +374,4 @@ TEST(Rsa, BlockParsers) {
   EXPECT_FALSE(KDPKI_RSAScheme::Parse(block, -1, &out, nullptr));
 }
 
-// Each allocation of each entry point fails in turn: nothing crashes or leaks, and the output is
-// either the right answer or left as it was.
-TEST(Rsa, OutOfMemory) {
-  EVP_PKEY* key = Key(512, 17);
-  const Bytes pub = pktest::RsaPublicBlob(key), priv = pktest::RsaPrivateBlob(key);
-  const Bytes data = {9, 8, 7, 6};
-  CKD_ByteString want_c, want_m, want_s;
-  ASSERT_TRUE(KDPKI_RsaEncrypt(View(data), View(pub), want_c));
-  ASSERT_TRUE(KDPKI_RsaDecrypt(want_c, View(priv), want_m));
-  ASSERT_TRUE(KDPKI_RsaSign(View(data), View(priv), want_s));
-  (void)KDPKI_HugeInt::One();
-  kdtest::TestDefaultMgr t;
-  const size_t base = t.live_blocks();
-  long n = 1;
-  for (; n < 2000; ++n) {
-    {
-      CKD_ByteString c("c"), m("m"), s("s");
-      t.sys().FailNth(n);
-      const bool ok_c = KDPKI_RsaEncrypt(View(data), View(pub), c);
-      const bool ok_m = KDPKI_RsaDecrypt(want_c, View(priv), m);
-      const bool ok_s = KDPKI_RsaSign(View(data), View(priv), s);
-      const bool ok_v = KDPKI_VerifyRsaSign(View(data), want_s, View(pub));
-      t.sys().FailNth(0);
-      EXPECT_TRUE(ok_c ? c == want_c : c == "c") << n;
-      EXPECT_TRUE(ok_m ? m == want_m : m == "m") << n;
-      EXPECT_TRUE(ok_s ? s == want_s : s == "s") << n;
-      if (t.sys().failures() == 0) {
-        EXPECT_TRUE(ok_c && ok_m && ok_s && ok_v);
-      }
-    }
-    EXPECT_EQ(t.live_blocks(), base) << "leak after failing allocation " << n;
-    if (t.sys().failures() == 0) break;
-    t.sys().Reset();
-  }
-  EXPECT_GT(n, 20);  // the sweep reached past the blob reading into the arithmetic
-  EXPECT_LT(n, 2000);
-}
-
 }  // namespace

@@ -12,10 +12,12 @@
 #include "norvane/containers/array.h"
 #include "norvane/containers/map_bytestring_to_ptr.h"
 #include "norvane/containers/map_ptr_to_ptr.h"
+#include "norvane/containers/segmented_array.h"
 #include "norvane/memory/grow_only_pool.h"
 #include "norvane/memory/object.h"
 #include "norvane/runtime/context.h"
 #include "norvane/runtime/thread.h"
+#include "norvane/streams/archive.h"
 #include "norvane/streams/file_cache.h"
 #include "norvane/streams/file_stream.h"
 #include "norvane/streams/memory_stream.h"
@@ -45,6 +47,66 @@ TEST(AllocationSweep, Arrays) {
     ok = a.SetSize(1000);
     EXPECT_EQ(ok, !run.Failed());
     EXPECT_EQ(a.GetSize(), ok ? 1000 : static_cast<int>(model.size()));
+  });
+}
+
+// A segmented array three index levels deep: an Add that fails returns null and changes
+// nothing; the elements added stay where they were put.
+TEST(AllocationSweep, SegmentedArrays) {
+  kdsweep::Sweep([](Trial& run) {
+    CKD_BaseSegmentedArray a(sizeof(int), 4, 3, run.allocator());
+    std::vector<int> model;
+    for (int i = 0; i < 200; ++i) {
+      void* p = a.Add();
+      EXPECT_EQ(p == nullptr, run.Failed());
+      if (p) {
+        memcpy(p, &i, sizeof i);
+        model.push_back(i);
+      }
+      ASSERT_EQ(a.GetSize(), static_cast<int>(model.size()));
+    }
+    for (int i = 0; i < a.GetSize(); ++i) ASSERT_EQ(*static_cast<int*>(a.GetAt(i)), model[i]);
+    a.Delete(a.GetSize() / 2, a.GetSize() - a.GetSize() / 2);
+    EXPECT_TRUE(a.Add() || run.Failed());
+  });
+}
+
+// Saving an archive while allocations fail leaks nothing; with nothing failed it holds what an
+// unfailing run saves and loads back value by value; loading whatever was saved stays inside it.
+TEST(AllocationSweep, Archives) {
+  const auto save = [](CKD_ArchiveSaver& saver) {
+    for (int i = 0; i < 300; ++i) {
+      saver << i << static_cast<long long>(i) * 1000003 << CKD_ByteString(std::string(i % 50, 'x').c_str())
+            << CKD_WideString(L"wide");
+    }
+  };
+  CKD_ArchiveSaver reference;
+  save(reference);
+  const std::vector<uint8_t> full(reference.GetBuffer(), reference.GetBuffer() + reference.GetLength());
+  kdsweep::Sweep([&](Trial& run) {
+    CKD_ArchiveSaver saver(run.allocator());
+    save(saver);
+    const std::vector<uint8_t> saved(saver.GetBuffer(), saver.GetBuffer() + saver.GetLength());
+    if (!run.Failed()) {
+      EXPECT_EQ(saved, full);
+    }
+    CKD_ArchiveLoader loader(saved.data(), static_cast<unsigned int>(saved.size()));
+    std::vector<int> numbers, lengths;
+    CKD_ByteString text;
+    CKD_WideString wide;
+    while (!loader.IsEOF() && numbers.size() < 1000) {
+      int n = -1;
+      long long big = -1;
+      loader >> n >> big >> text >> wide;
+      numbers.push_back(n);
+      lengths.push_back(text.GetLength());
+    }
+    uint8_t byte;
+    EXPECT_TRUE(!loader.IsEOF() || !loader.Read(&byte, 1));
+    if (!run.Failed() && saved == full) {
+      ASSERT_EQ(numbers.size(), 300u);
+      for (int i = 0; i < 300; ++i) ASSERT_TRUE(numbers[i] == i && lengths[i] == i % 50) << i;
+    }
   });
 }
 

@@ -5,7 +5,8 @@
 namespace kdsweep {
 
 long Sweep(const std::function<void(Trial&)>& scenario, Options options) {
-  for (long n = 1;; ++n) {
+  long runs = 0;
+  for (long n = 1;; n += n < options.dense || options.stride < 1 ? 1 : options.stride, ++runs) {
     kdtest::TestDefaultMgr mgr;
     mgr.sys().FailNth(n, options.min_size);
     Trial run(mgr);
@@ -18,10 +19,10 @@ long Sweep(const std::function<void(Trial&)>& scenario, Options options) {
     EXPECT_EQ(mgr.sys().bad_frees(), 0) << "allocation " << n << " failing";
     // Every failed allocation (none is quiet) called the out-of-memory handler once.
     EXPECT_EQ(mgr.oom().calls, failures) << "allocation " << n << " failing";
-    if (failures == 0 || ::testing::Test::HasFatalFailure()) return n - 1;
-    if (n > 100000) {
+    if (failures == 0 || ::testing::Test::HasFatalFailure()) return runs;
+    if (runs > 100000) {
       ADD_FAILURE() << "the scenario does not end";
-      return n;
+      return runs;
     }
   }
 }

@@ -52,10 +52,15 @@ class Trial {
 struct Options {
   // Only requests of at least this many bytes are failed (and counted); smaller ones succeed.
   size_t min_size = 0;
+  // Past the first `dense` allocations only every `stride`-th one is failed: for scenarios (key
+  // generation) whose allocations run into the thousands.
+  long dense = 0;
+  long stride = 1;
 };
 
-// Sweep runs scenario once for each allocation it makes, that allocation failing, and once more
-// with none failing. Returns the number of allocations counted.
+// Sweep runs scenario once for each allocation it makes (or each one the options pick), that
+// allocation failing, and once more with none failing. Returns the number of runs in which an
+// allocation failed.
 long Sweep(const std::function<void(Trial&)>& scenario, Options options = {});
 
 }  // namespace kdsweep
