@@ -223,11 +223,9 @@ TEST(PyMgr, CreateBuildsTheStaticInstance) {
   EXPECT_EQ(kdtest::MgrRecordFault(mgr, CKD_MemoryMgr::TypePool, sys, true), "");
   CKDMEM_PyMgr* self = CKDMEM_PyMgr::FromSystemMgr(sys);
   ASSERT_NE(self, nullptr);
-  EXPECT_EQ(sys->user, self);
   EXPECT_TRUE(!sys->Reserved4 && !sys->Reserved5 && !sys->Purge && !sys->CollectAll);
   const KDMEM_PyState& st = self->m_State;
   EXPECT_TRUE(st.m_State == kdpy::kPooling && !st.m_pArenas && st.m_nMaxArenas == 0 && st.m_nRawBlocks == 0);
-  EXPECT_EQ(KDMEM_SetPyConfig(1, 4096), 0);
 
   // Installed as the default, it serves the default calls.
   KDMEM_SetDefaultMgr(mgr);
@@ -247,9 +245,8 @@ TEST(PyMgr, CreateBuildsTheStaticInstance) {
   EXPECT_EQ(st.m_pArenas, nullptr);
 }
 
-// Requests of 1..1024 bytes take class (n - 1) >> 4, blocks of 16-byte multiples after a 48-byte
-// pool header; 0 and 1025 bytes go to the raw allocator (the static default manager) and are
-// counted.
+// Requests of 1..1024 bytes take class (n - 1) >> 4, blocks after a 48-byte pool header; 0 and
+// 1025 bytes go to the raw allocator (the static default manager) and are counted.
 TEST_F(PyMgrTest, SizeClassesAndRawRequests) {
   RawWatch raw;
   auto* a = static_cast<unsigned char*>(Alloc(1));
@@ -349,9 +346,8 @@ TEST_F(PyMgrTest, ReallocKeepsShrinksInPlaceAndMoves) {
   Free(keep);
 }
 
-// Arenas come from the system heap directly, not through the raw allocator, and go back as soon
-// as all their pools are free. The usable list stays sorted by ascending count of free pools
-// (CheckState holds it and the last-arena table to that), so the fullest arenas are used first.
+// Arenas come from the system heap, not the raw allocator, and go back once all their pools are
+// free; the usable list stays sorted by ascending count of free pools, fullest used first.
 TEST_F(PyMgrTest, ArenasDrainInOrderAndGoBackToTheSystemHeap) {
   RawWatch raw;
   void* p = Alloc(8);
@@ -433,8 +429,6 @@ TEST_F(PyMgrTest, RandomChurnKeepsListsConsistentAndBlocksIntact) {
   EXPECT_EQ(st.m_nRawBlocks, churn.raw);
 }
 
-// A system manager that gives at least 1024 bytes whatever it is asked, so that an over-long copy
-// into a small block can be observed safely.
 // Blocks of at least 1024 bytes, filled with 0xEE: a copy that runs past a small block's end shows
 // in the slack instead of corrupting the heap.
 void* RoomyAlloc(_KDMEM_SystemMgr*, size_t size, int) {
@@ -597,9 +591,8 @@ TEST(PyMgrDeathTest, FreeAndUnrequestedBytesArePoisoned) {
 }
 #endif
 
-// Several threads allocate, reallocate and free through the pool manager installed as the default
-// manager, and allocate from one shared grow-only pool, each checking that its blocks keep their
-// contents. Bounded by a count of operations and by time.
+// Threads churn through the pool manager installed as the default and share a grow-only pool fed
+// by it; every block keeps its contents. Bounded by a count of operations and by time.
 TEST(PoolStress, ThreadsKeepEveryBlockIntact) {
   CKDMEM_PyMgr pools;
   KDMEM_SetDefaultMgr(pools.GetMgr());

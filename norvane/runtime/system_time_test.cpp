@@ -38,9 +38,8 @@ TEST(Time, SystemTimeIsUtcNow) {
   KDCRT_GetCurrentSystemTime(nullptr);
 }
 
-// Zone hours are positive west of UTC and truncated towards zero, minutes carry no sign, and a
-// zone with daylight saving time reports its standard offset. The local fields of both local
-// calls are UTC shifted by the offset.
+// Zone hours are positive west of UTC and truncated towards zero, minutes unsigned, a zone with
+// summer time reports its standard offset; both local calls give UTC shifted by the offset.
 TEST(Time, ZoneOffsetsEastAndWest) {
   const struct {
     const char* tz;
