@@ -166,9 +166,9 @@ void _PyObject_TryPurge(KDMEM_PyState* state);
 void* pymalloc_alloc(KDMEM_PyState* state, size_t size);
 // pymalloc_free takes block back and returns true when it belongs to the pools; false otherwise.
 bool pymalloc_free(KDMEM_PyState* state, void* block);
-// PyAddressInPools is the address test of free and realloc: block's pool header names an arena
-// record that holds memory and block lies within that arena. It reads the word where a pool header
-// would be even for blocks that are not pooled (that word is in the same page as the block).
+// PyAddressInPools is the address test of free and realloc: block lies within an arena that holds
+// memory. It looks the block's chunk up in the arena address table and reads nothing near the
+// block, which may belong to the system heap.
 bool PyAddressInPools(const KDMEM_PyState* state, const void* block);
 
 // The raw allocator KDMEM_CreatePyMgr installs: the static default manager with flags 0, its
