@@ -140,9 +140,8 @@ TEST(SegmentedArray, MatchesVectorUnderRandomEdits) {
   }
 }
 
-// Each allocation along a run of adds fails in turn: that Add returns null and changes nothing,
-// the next ones go on, and nothing leaks. Shapes that cannot hold elements fail the same way
-// instead of dividing by zero or writing past a table.
+// Each allocation along a run of adds fails in turn: that Add alone fails and nothing leaks. Shapes
+// that cannot hold elements fail the same way, without dividing by zero or writing past a table.
 TEST(SegmentedArray, FailuresAndHostileShapesLeaveItUsable) {
   for (long n = 1;; ++n) {
     TestMgr t;

@@ -197,9 +197,8 @@ TEST(MemoryStream, ReferencesAllocatorsAndFailures) {
   }
 }
 
-// A consecutive stream whose growth failed keeps the new total size but no buffer: later writes
-// that end inside that size fail (they have nowhere to go), reads still succeed without copying,
-// and a write that can allocate again succeeds as usual.
+// After a failed growth a consecutive stream keeps the new total size but no buffer: writes inside
+// it fail, reads succeed without copying, and a write that can allocate again succeeds.
 TEST(MemoryStream, WritesAfterAFailedGrowth) {
   kdtest::TestMgr t;
   IKD_MemoryStream* s = KD_CreateMemoryStream(true, t.allocator());
