@@ -138,7 +138,6 @@ TYPED_TEST(HashMapTest, EntriesComeFromBlocksAndAreReused) {
   }
   // Entries are handed out in address order, one block after the other.
   for (int i = 1; i < 10; ++i) EXPECT_EQ(addresses[i] - addresses[i - 1], sizeof(typename Case::Map::CAssoc));
-  EXPECT_EQ(t.live_blocks(), 2u + 10 * keys);
   size_t requests = t.sys().requests().size();
   m[Case::Key(10)] = nullptr;  // the 11th entry needs a second block
   EXPECT_EQ(t.live_blocks(), 3u + 11 * keys);
