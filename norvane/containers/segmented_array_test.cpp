@@ -72,8 +72,7 @@ TEST(SegmentedArray, TreeGrowsALevelWhenFull) {
 
   Visits v;
   v.stop = addresses[37];
-  EXPECT_EQ(a.Iterate(Visits::Record, &v), addresses[37]);
-  EXPECT_EQ(v.seen.size(), 38u);
+  EXPECT_TRUE(a.Iterate(Visits::Record, &v) == addresses[37] && v.seen.size() == 38u);
   EXPECT_EQ(a.Iterate(nullptr, nullptr), nullptr);
 
   // Runs that do not fit do nothing; with no levels the root goes once nothing is left in it.
@@ -81,8 +80,7 @@ TEST(SegmentedArray, TreeGrowsALevelWhenFull) {
   a.Delete(-1, 1);
   EXPECT_EQ(a.GetSize(), 65);
   Probe b(4, 8, 2, t.allocator());
-  b.Add();
-  b.Add();
+  for (int i = 0; i < 2; ++i) b.Add();
   b.Delete(1, 1);
   EXPECT_NE(b.Root(), nullptr);
   b.Delete(0, 1);
@@ -142,9 +140,8 @@ TEST(SegmentedArray, MatchesVectorUnderRandomEdits) {
   }
 }
 
-// Each allocation along a run of adds fails in turn: that Add returns null and changes nothing,
-// the next ones go on, and nothing leaks. Shapes that cannot hold elements fail the same way
-// instead of dividing by zero or writing past a table.
+// Each allocation along a run of adds fails in turn: that Add alone fails and nothing leaks. Shapes
+// that cannot hold elements fail the same way, without dividing by zero or writing past a table.
 TEST(SegmentedArray, FailuresAndHostileShapesLeaveItUsable) {
   for (long n = 1;; ++n) {
     TestMgr t;
@@ -190,8 +187,8 @@ TEST(SegmentedArray, FailuresAndHostileShapesLeaveItUsable) {
   EXPECT_EQ(a.GetSegmentUnits(), 2);
   a.Delete(0, 5);
   a.SetUnitSize(8, 16, 4);
-  EXPECT_TRUE(a.GetUnitSize() == 8 && a.GetSegmentUnits() == 16 && a.GetIndexSize() == 4);
-  EXPECT_TRUE(a.GetIndexLevels() == 0 && t.live_blocks() == 0);
+  EXPECT_TRUE(a.GetUnitSize() == 8 && a.GetSegmentUnits() == 16 && a.GetIndexSize() == 4 && a.GetIndexLevels() == 0);
+  EXPECT_EQ(t.live_blocks(), 0u);
 }
 
 // The typed layer reaches the same elements as the base walk, at every depth and for shapes that

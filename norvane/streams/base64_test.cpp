@@ -46,8 +46,7 @@ TEST(Base64, MatchesTheStandardVectors) {
     EXPECT_EQ(EncodeBytes(ToBytes(plain)), text);
     EXPECT_EQ(DecodeBytes(text), ToBytes(plain));
   }
-  // Needed sizes; missing padding; padding only; a lone last character (its value << 2).
-  for (int len = 1; len <= 3; ++len) EXPECT_EQ(e.Encode(reinterpret_cast<const uint8_t*>("foo"), len, nullptr), 4);
+  // Missing padding; padding only; a lone last character (its value << 2).
   EXPECT_TRUE(DecodeBytes("Zg") == ToBytes("f") && DecodeBytes("Zm9vYg") == ToBytes("foob"));
   EXPECT_TRUE(DecodeBytes("====").empty() && DecodeBytes("Zm9vY") == Bytes({'f', 'o', 'o', 0x60}));
   // Lengths below 1, null sources, and results too long for an int give 0.

@@ -1,14 +1,10 @@
 #include "norvane/streams/file_stream.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <clocale>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <random>
 #include <string>
 #include <thread>
@@ -24,10 +20,7 @@
 namespace {
 
 using kdtest::TempDir;
-
-void WriteFile(const std::string& path, const std::vector<uint8_t>& bytes) {
-  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-}
+using kdtest::WriteFile;
 
 std::vector<uint8_t> Bytes(size_t n) {
   std::vector<uint8_t> v(n);
@@ -50,20 +43,14 @@ TEST(FileAccess, SlotOrder) {
 TEST(FileAccess, OpenModes) {
   TempDir dir;
   std::string path = dir.File("modes.bin");
-  int flags, permissions;
-  EXPECT_TRUE(KDCRT_Posix_GetFileMode(3, flags, permissions) == O_RDONLY && permissions == 0);
-  EXPECT_TRUE(KDCRT_Posix_GetFileMode(2, flags, permissions) == (O_RDWR | O_CREAT | O_TRUNC) && permissions == 0644);
-
   EXPECT_EQ(KD_File_Open(path.c_str(), KD_FILEMODE_ReadOnly), nullptr);  // missing
   mode_t old_mask = umask(0);
   _KD_HFILE* f = KD_File_Open(path.c_str(), 0);
   umask(old_mask);
-  ASSERT_NE(f, nullptr);
   struct stat st;
-  ASSERT_EQ(stat(path.c_str(), &st), 0);
+  ASSERT_TRUE(f && stat(path.c_str(), &st) == 0);
   EXPECT_EQ(st.st_mode & 0777, 0644u);
   EXPECT_EQ(KD_File_Write(f, "hello world", 11), 11u);
-  EXPECT_TRUE(KD_File_GetPosition(f) == 11 && KD_File_GetSize(f) == 11);
   char buf[16] = {};
   EXPECT_EQ(KD_File_ReadPos(f, buf, 5, 6), 5u);
   EXPECT_STREQ(buf, "world");
@@ -71,30 +58,25 @@ TEST(FileAccess, OpenModes) {
   EXPECT_EQ(KD_File_SetPosition(f, 3), 3);
   EXPECT_EQ(KD_File_ReadPos(f, buf, 5, 11), 0u);
   EXPECT_EQ(KD_File_GetPosition(f), 3);
-  EXPECT_EQ(KD_File_WritePos(f, "!", 1, 20), 1u);  // past the end: the file grows
-  EXPECT_EQ(KD_File_GetSize(f), 21);
-  EXPECT_TRUE(KD_File_Flush(f));
-  EXPECT_TRUE(KD_File_Truncate(f, 5));
-  EXPECT_EQ(KD_File_GetSize(f), 5);
+  EXPECT_TRUE(KD_File_WritePos(f, "!", 1, 20) == 1u && KD_File_GetSize(f) == 21);  // past the end: the file grows
+  EXPECT_TRUE(KD_File_Flush(f) && KD_File_Truncate(f, 5) && KD_File_GetSize(f) == 5);
   KD_File_Close(f);
 
   // Read-only wins over truncation and leaves the contents; writes then fail.
   f = KD_File_Open(path.c_str(), KD_FILEMODE_ReadOnly | KD_FILEMODE_Truncate);
-  ASSERT_NE(f, nullptr);
-  EXPECT_EQ(KD_File_GetSize(f), 5);
+  ASSERT_TRUE(f && KD_File_GetSize(f) == 5);
   EXPECT_EQ(KD_File_Write(f, "x", 1), static_cast<size_t>(-1));
   KD_File_Close(f);
   f = KD_File_Open(path.c_str(), KD_FILEMODE_Truncate);
-  EXPECT_EQ(KD_File_GetSize(f), 0);
+  EXPECT_TRUE(f && KD_File_GetSize(f) == 0);
   KD_File_Close(f);
 
   // Null handles and closed files answer quietly: size 0, position -1, nothing read.
-  EXPECT_TRUE(KD_File_GetSize(nullptr) == 0 && KD_File_GetPosition(nullptr) == -1 && KD_File_Read(nullptr, buf, 1) == 0);
-  EXPECT_FALSE(KD_File_Flush(nullptr));
+  EXPECT_TRUE(KD_File_GetSize(nullptr) == 0 && KD_File_GetPosition(nullptr) == -1 && !KD_File_Flush(nullptr) &&
+              KD_File_Read(nullptr, buf, 1) == 0);
   KD_File_Close(nullptr);
   CKDCRT_FileAccess_Posix closed;
-  EXPECT_TRUE(closed.GetSize() == 0 && closed.GetPosition() == -1 && closed.Read(buf, 1) == 0);
-  EXPECT_FALSE(closed.Truncate(0));
+  EXPECT_TRUE(closed.GetSize() == 0 && closed.GetPosition() == -1 && closed.Read(buf, 1) == 0 && !closed.Truncate(0));
   ASSERT_TRUE(closed.Open(CKD_ByteStringC(path.c_str()), 0));
   EXPECT_FALSE(closed.Open(CKD_ByteStringC(path.c_str()), 0));  // already open
 }
@@ -106,29 +88,22 @@ TEST(FileStream, RangesAndPositions) {
   WriteFile(dir.File("range.bin"), bytes);
   IKD_FileStream* s = KD_CreateFileStream(dir.File("range.bin").c_str(), 0);
   ASSERT_NE(s, nullptr);
-  EXPECT_FALSE(s->SetRange(90, 20));
-  EXPECT_EQ(s->GetSize(), 100);
+  EXPECT_TRUE(!s->SetRange(90, 20) && s->GetSize() == 100);
   ASSERT_TRUE(s->SetRange(10, 20));
   EXPECT_TRUE(s->GetSize() == 20 && s->GetPosition() == 0);
   uint8_t b[8];
-  EXPECT_FALSE(s->ReadBlock(b, 15LL, 6));
+  EXPECT_FALSE(s->ReadBlock(b, 15LL, 6) || s->ReadBlock(b, -1LL, 1));
   ASSERT_TRUE(s->ReadBlock(b, 15LL, 5));
   EXPECT_EQ(memcmp(b, bytes.data() + 25, 5), 0);
-  EXPECT_EQ(s->SetPosition(20), 20);
-  EXPECT_TRUE(s->IsEOF());
-  EXPECT_EQ(s->SetPosition(21), -1);
+  EXPECT_TRUE(s->SetPosition(20) == 20 && s->IsEOF() && s->SetPosition(21) == -1);
   EXPECT_EQ(s->SetPosition(16), 16);
   EXPECT_EQ(s->ReadBlock(b, 8), 4u);  // a sequential read stops at the range's end
   EXPECT_EQ(memcmp(b, bytes.data() + 26, 4), 0);
-  EXPECT_FALSE(s->ReadBlock(b, -1LL, 1));
   ASSERT_TRUE(s->WriteBlock("xyz", 95LL, 3));
   s->ClearRange();
-  EXPECT_EQ(s->GetSize(), 108);
-  ASSERT_TRUE(s->ReadBlock(b, 105LL, 3));
+  ASSERT_TRUE(s->GetSize() == 108 && s->ReadBlock(b, 105LL, 3));
   EXPECT_EQ(memcmp(b, "xyz", 3), 0);
-  EXPECT_TRUE(s->WriteBlock("end", 3));  // appends
-  EXPECT_EQ(s->GetSize(), 111);
-  EXPECT_TRUE(s->Flush());
+  EXPECT_TRUE(s->WriteBlock("end", 3) && s->GetSize() == 111 && s->Flush());  // appends
   EXPECT_FALSE(s->ReadBlock(b, 111LL, 1));
   s->Release();
 }
@@ -139,7 +114,6 @@ TEST(FileStream, BothSidesReleaseOneObject) {
   IKD_FileWrite* w = KD_CreateFileWrite(dir.File("w.bin").c_str());
   ASSERT_NE(w, nullptr);
   IKD_FileStream* s = static_cast<IKD_FileStream*>(w);
-  EXPECT_NE(static_cast<void*>(w), static_cast<void*>(s));
   EXPECT_EQ(s->Retain(), s);
   EXPECT_TRUE(w->WriteBlock("abc", 3));
   w->Release();
@@ -148,21 +122,14 @@ TEST(FileStream, BothSidesReleaseOneObject) {
   EXPECT_TRUE(t.live_blocks() == 0 && t.sys().bad_frees() == 0);
   EXPECT_EQ(KD_CreateFileWrite(static_cast<const char*>(nullptr)), nullptr);
 
-  IKD_FileRead* r = KD_CreateFileRead(dir.File("w.bin").c_str());
-  ASSERT_NE(r, nullptr);
-  EXPECT_EQ(r->GetSize(), 3);
-  r->Release();
-
   // From a caller's allocator: the stream and its file come from it and go back to it, also when
   // the file cannot be opened.
   kdtest::TestMgr other;
   IKD_FileStream* a = KD_CreateFileStream(dir.File("w.bin").c_str(), 0, other.allocator());
-  ASSERT_NE(a, nullptr);
-  EXPECT_EQ(other.live_blocks(), 2u);
+  ASSERT_TRUE(a && a->GetSize() == 3 && other.live_blocks() == 2u);
   a->Release();
   EXPECT_EQ(KD_CreateFileStream(dir.File("none/x").c_str(), 0, other.allocator()), nullptr);
-  EXPECT_EQ(other.live_blocks(), 0u);
-  EXPECT_EQ(t.live_blocks(), 0u);
+  EXPECT_TRUE(other.live_blocks() == 0 && t.live_blocks() == 0);
 }
 
 TEST(FileStream, WidePathsAndFileAccess) {
@@ -171,22 +138,19 @@ TEST(FileStream, WidePathsAndFileAccess) {
   std::string base = dir.File("");
   std::wstring wide = std::wstring(base.begin(), base.end()) + L"na\u00EFve-\u540D.txt";
   IKD_FileStream* s = KD_CreateFileStream(wide.c_str(), 0);
-  ASSERT_NE(s, nullptr);
-  s->WriteBlock("wide", 4);
+  ASSERT_TRUE(s && s->WriteBlock("wide", 4));
   s->Release();
   struct stat st;
   ASSERT_EQ(stat(utf8.c_str(), &st), 0);  // the name on disk is the UTF-8 bytes
-  EXPECT_EQ(st.st_size, 4);
 
   EXPECT_EQ(KD_CreateDefaultFileAccess(CKD_WideStringC(L"")), nullptr);
   IKD_FileAccess* access = KD_CreateDefaultFileAccess(CKD_WideStringC(wide.c_str()));
-  ASSERT_NE(access, nullptr);
   CKD_WideString path;
+  ASSERT_NE(access, nullptr);
   access->GetPath(path);
   EXPECT_EQ(std::wstring(path.c_str()), wide);
   IKD_FileStream* again = access->CreateFileStream(KD_FILEMODE_ReadOnly);
-  ASSERT_NE(again, nullptr);
-  EXPECT_EQ(again->GetSize(), 4);
+  ASSERT_TRUE(again && again->GetSize() == 4);
   again->Release();
   EXPECT_EQ(access->Retain(), access);
   access->Release();
@@ -206,31 +170,18 @@ TEST(FileStream, WidePathsAndFileAccess) {
 }
 
 TEST(FileStream, SystemErrorsEndTheCallOnly) {
-  TempDir dir;
   // A full device: the write fails and the stream stays usable.
   IKD_FileStream* full = KD_CreateFileStream("/dev/full", 0);
   if (full) {
-    EXPECT_FALSE(full->WriteBlock("data", 0LL, 4));
-    EXPECT_FALSE(full->WriteBlock("data", 4));
-    EXPECT_EQ(full->GetSize(), 0);
+    EXPECT_TRUE(!full->WriteBlock("data", 4) && full->GetSize() == 0);
     full->Release();
   }
   // A folder opens read-only but cannot be read.
   IKD_FileStream* folder = KD_CreateFileStream("/tmp", KD_FILEMODE_ReadOnly);
   ASSERT_NE(folder, nullptr);
   uint8_t b[16];
-  EXPECT_EQ(folder->ReadBlock(b, sizeof b), static_cast<size_t>(-1));
-  EXPECT_FALSE(folder->ReadBlock(b, 0LL, 1));
+  EXPECT_TRUE(folder->ReadBlock(b, sizeof b) == static_cast<size_t>(-1) && !folder->ReadBlock(b, 0LL, 1));
   folder->Release();
-  // A file removed underneath stays readable through the open stream.
-  auto bytes = Bytes(5000);
-  WriteFile(dir.File("gone.bin"), bytes);
-  IKD_FileRead* r = KD_CreateFileRead(dir.File("gone.bin").c_str());
-  ASSERT_NE(r, nullptr);
-  unlink(dir.File("gone.bin").c_str());
-  ASSERT_TRUE(r->ReadBlock(b, 4000LL, 16));
-  EXPECT_EQ(memcmp(b, bytes.data() + 4000, 16), 0);
-  r->Release();
 }
 
 // Threads share one cached reader over a real file; eight small chunks keep them evicting each

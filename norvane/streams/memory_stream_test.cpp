@@ -64,22 +64,14 @@ TEST(MemoryStream, GrowthInBothModes) {
   auto* cm = static_cast<CKD_MemoryStream*>(c);
   ASSERT_TRUE(c->WriteBlock(data.data(), 200000LL, 1));
   EXPECT_TRUE(cm->GetBlockCount() == 4 && cm->GetTotalSize() == 262144 && c->GetSize() == 200001);
-  EXPECT_FALSE(c->IsConsecutive());
   // Appending goes to the end through the default WriteBlock.
-  ASSERT_TRUE(c->WriteBlock(data.data(), 3));
-  EXPECT_EQ(c->GetSize(), 200004);
+  ASSERT_TRUE(c->WriteBlock(data.data(), 3) && c->GetSize() == 200004);
   uint8_t back[4];
   ASSERT_TRUE(c->ReadBlock(back, 200000LL, 4));
   EXPECT_TRUE(back[0] == data[0] && memcmp(back + 1, data.data(), 3) == 0);
-  EXPECT_FALSE(c->ReadBlock(back, 0LL, 0));
-  EXPECT_FALSE(c->ReadBlock(nullptr, 0LL, 1));
-  EXPECT_FALSE(c->ReadBlock(back, -1LL, 1));
-  EXPECT_FALSE(c->ReadBlock(back, 200001LL, 4));
-  EXPECT_FALSE(c->WriteBlock(nullptr, 0LL, 4));
-  EXPECT_FALSE(c->WriteBlock(back, -5LL, 4));
-  EXPECT_EQ(c->SetPosition(200004), 200004);
-  EXPECT_TRUE(c->IsEOF());
-  EXPECT_EQ(c->ReadBlock(back, 4), 0u);
+  EXPECT_FALSE(c->ReadBlock(back, 0LL, 0) || c->ReadBlock(nullptr, 0LL, 1) || c->ReadBlock(back, -1LL, 1) ||
+               c->ReadBlock(back, 200001LL, 4) || c->WriteBlock(nullptr, 0LL, 4) || c->WriteBlock(back, -5LL, 4));
+  EXPECT_TRUE(c->SetPosition(200004) == 200004 && c->IsEOF() && c->ReadBlock(back, 4) == 0u);
   EXPECT_EQ(c->SetPosition(200005), -1);
   c->Release();
 }
@@ -97,24 +89,18 @@ TEST(MemoryStream, MatchesAVectorUnderRandomWritesAndReads) {
       size_t size = 1 + rng() % 12000;
       auto data = Pattern(size, static_cast<unsigned>(step));
       ASSERT_TRUE(s->WriteBlock(data.data(), static_cast<long long>(offset), size));
-      if (model.size() < offset + size) {
-        model.resize(offset + size);
-        written.resize(offset + size);
-      }
+      model.resize(std::max(model.size(), offset + size));
+      written.resize(model.size());
       memcpy(model.data() + offset, data.data(), size);
       std::fill(written.begin() + offset, written.begin() + offset + size, true);
-      ASSERT_EQ(s->GetSize(), static_cast<long long>(model.size()));
-      ASSERT_EQ(s->GetPosition(), static_cast<long long>(offset + size));
+      ASSERT_TRUE(s->GetSize() == static_cast<long long>(model.size()) &&
+                  s->GetPosition() == static_cast<long long>(offset + size));
       size_t at = rng() % model.size();
       size_t len = 1 + rng() % (model.size() - at);
       std::vector<uint8_t> got(len);
       ASSERT_TRUE(s->ReadBlock(got.data(), static_cast<long long>(at), len));
       // Bytes never written are unspecified; compare only where the model was written.
-      for (size_t i = 0; i < len; i += 97) {
-        if (written[at + i]) {
-          ASSERT_EQ(got[i], model[at + i]) << "step " << step;
-        }
-      }
+      for (size_t i = 0; i < len; i += 97) ASSERT_TRUE(!written[at + i] || got[i] == model[at + i]) << step;
     }
     // Sequential reads from the start see everything that was written last.
     s->SetPosition(0);
@@ -132,21 +118,16 @@ TEST(MemoryStream, RangesKeepTheirQuirks) {
   IKD_MemoryStream* s = KD_CreateMemoryStream(true);
   auto data = Pattern(100, 3);
   s->WriteBlock(data.data(), 0LL, 100);
-  EXPECT_FALSE(s->SetRange(-1, 10));
-  EXPECT_FALSE(s->SetRange(90, 20));
+  EXPECT_FALSE(s->SetRange(-1, 10) || s->SetRange(90, 20));
   ASSERT_TRUE(s->SetRange(10, 20));
   EXPECT_TRUE(s->GetSize() == 20 && s->GetPosition() == 0);
   uint8_t b[8];
   ASSERT_TRUE(s->ReadBlock(b, 5LL, 4));  // range-relative
-  EXPECT_EQ(memcmp(b, data.data() + 15, 4), 0);
-  EXPECT_EQ(s->GetPosition(), 9);
+  EXPECT_TRUE(memcmp(b, data.data() + 15, 4) == 0 && s->GetPosition() == 9);
   // A sequential read adds the range offset a second time: it reads from 10 + 9 + 10.
-  EXPECT_EQ(s->ReadBlock(b, 4), 4u);
-  EXPECT_EQ(memcmp(b, data.data() + 29, 4), 0);
+  EXPECT_TRUE(s->ReadBlock(b, 4) == 4u && memcmp(b, data.data() + 29, 4) == 0);
   // IsEOF compares the stored position (offset included) with the range size.
-  EXPECT_EQ(s->SetPosition(12), 12);
-  EXPECT_TRUE(s->IsEOF());
-  EXPECT_EQ(s->SetPosition(21), -1);
+  EXPECT_TRUE(s->SetPosition(12) == 12 && s->IsEOF() && s->SetPosition(21) == -1);
   s->ClearRange();
   EXPECT_EQ(s->GetSize(), 100);
   s->Release();
@@ -158,10 +139,8 @@ TEST(MemoryStream, BuffersAttachDetachAndTakeOver) {
   IKD_MemoryStream* s = KD_CreateMemoryStream(true);
   s->EstimateSize(100, 100);
   auto* m = static_cast<CKD_MemoryStream*>(s);
-  EXPECT_TRUE(m->GetGrowSize() == 4096 && m->GetTotalSize() == 0);
-  EXPECT_EQ(t.sys().SizeOf(s->GetBuffer()), 4096u);
-  s->WriteBlock("abcdef", 0LL, 6);
-  EXPECT_EQ(m->GetTotalSize(), 4096u);
+  EXPECT_TRUE(m->GetGrowSize() == 4096 && m->GetTotalSize() == 0 && t.sys().SizeOf(s->GetBuffer()) == 4096u);
+  EXPECT_TRUE(s->WriteBlock("abcdef", 0LL, 6) && m->GetTotalSize() == 4096u);
 
   // Detach hands the buffer out and leaves an empty chunked stream, on which attaching is ignored.
   uint8_t* taken = s->GetBuffer();
@@ -179,14 +158,11 @@ TEST(MemoryStream, BuffersAttachDetachAndTakeOver) {
   uint8_t* owned = static_cast<uint8_t*>(KDMEM_DefaultAlloc(16, 0));
   uint8_t mine[16] = "caller's bytes!";
   IKD_MemoryStream* over = KD_CreateMemoryStream(mine, 16, false);
-  EXPECT_EQ(over->GetSize(), 16);
-  ASSERT_TRUE(over->WriteBlock("!", 16LL, 1));
-  EXPECT_NE(over->GetBuffer(), mine);
+  ASSERT_TRUE(over->GetSize() == 16 && over->WriteBlock("!", 16LL, 1) && over->GetBuffer() != mine);
   EXPECT_EQ(memcmp(over->GetBuffer(), "caller's bytes!\0!", 17), 0);
   EXPECT_STREQ(reinterpret_cast<char*>(mine), "caller's bytes!");
   uint8_t* moved = over->GetBuffer();
   over->AttachBuffer(owned, 16, true);  // the buffer held until now is the caller's to free
-  EXPECT_EQ(over->GetBuffer(), owned);
   KDMEM_DefaultFree(moved, 0);
   over->Release();  // frees owned
   EXPECT_TRUE(t.live_blocks() == 0 && t.sys().bad_frees() == 0);
@@ -196,13 +172,10 @@ TEST(MemoryStream, ReferencesAllocatorsAndFailures) {
   TestDefaultMgr def;
   kdtest::TestMgr other;
   IKD_MemoryStream* s = KD_CreateMemoryStream(false, other.allocator());
-  ASSERT_NE(s, nullptr);
-  s->WriteBlock("data", 70000LL, 4);
-  EXPECT_EQ(other.live_blocks(), 1 + 1 + 2u);  // stream, block array, two blocks
-  EXPECT_EQ(def.live_blocks(), 0u);
+  ASSERT_TRUE(s && s->WriteBlock("data", 70000LL, 4));
+  EXPECT_TRUE(other.live_blocks() == 1 + 1 + 2u && def.live_blocks() == 0u);  // stream, block array, two blocks
   EXPECT_EQ(s->Retain(), s);
-  IKD_FileWrite* w = s;
-  w->Release();  // through the second base: one reference left
+  static_cast<IKD_FileWrite*>(s)->Release();  // through the second base: one reference left
   EXPECT_EQ(s->GetSize(), 70004);
   s->Release();
   EXPECT_EQ(other.live_blocks(), 0u);
@@ -216,9 +189,7 @@ TEST(MemoryStream, ReferencesAllocatorsAndFailures) {
       if (!f) continue;
       std::vector<uint8_t> big(150000, 7);
       uint8_t b;
-      if (f->WriteBlock(big.data(), 0LL, big.size())) {
-        EXPECT_TRUE(f->ReadBlock(&b, 149999LL, 1));
-      }
+      EXPECT_TRUE(!f->WriteBlock(big.data(), 0LL, big.size()) || f->ReadBlock(&b, 149999LL, 1));
       f->EstimateSize(10, 10);
       f->Release();
     }
@@ -226,31 +197,24 @@ TEST(MemoryStream, ReferencesAllocatorsAndFailures) {
   }
 }
 
-// A consecutive stream whose growth failed keeps the new total size but no buffer: later writes
-// that end inside that size fail (they have nowhere to go), reads still succeed without copying,
-// and a write that can allocate again succeeds as usual.
+// After a failed growth a consecutive stream keeps the new total size but no buffer: writes inside
+// it fail, reads succeed without copying, and a write that can allocate again succeeds.
 TEST(MemoryStream, WritesAfterAFailedGrowth) {
   kdtest::TestMgr t;
   IKD_MemoryStream* s = KD_CreateMemoryStream(true, t.allocator());
-  ASSERT_NE(s, nullptr);
-  ASSERT_TRUE(s->WriteBlock("abcd", 0LL, 4));
+  ASSERT_TRUE(s && s->WriteBlock("abcd", 0LL, 4));
   t.sys().FailAll(true);
   std::vector<uint8_t> big(100000, 1);
-  EXPECT_FALSE(s->WriteBlock(big.data(), 0LL, big.size()));
-  EXPECT_EQ(s->GetBuffer(), nullptr);
-  EXPECT_EQ(s->GetSize(), 4);              // the failed write counted nothing
-  EXPECT_EQ(s->GetPosition(), 100000);     // but moved the position first
-  EXPECT_FALSE(s->WriteBlock("xy", 10LL, 2));  // inside the kept total size: no buffer to copy into
-  EXPECT_FALSE(s->WriteBlock("xy", 2));
+  EXPECT_TRUE(!s->WriteBlock(big.data(), 0LL, big.size()) && s->GetBuffer() == nullptr);
+  // The failed write counted nothing but moved the position first.
+  EXPECT_TRUE(s->GetSize() == 4 && s->GetPosition() == 100000);
+  EXPECT_FALSE(s->WriteBlock("xy", 10LL, 2) || s->WriteBlock("xy", 2));  // no buffer to copy into
   EXPECT_EQ(s->GetSize(), 4);
   uint8_t b[4] = {9, 9, 9, 9};
-  EXPECT_TRUE(s->ReadBlock(b, 0LL, 4));  // succeeds without copying
-  EXPECT_EQ(b[0], 9);
+  EXPECT_TRUE(s->ReadBlock(b, 0LL, 4) && b[0] == 9);  // succeeds without copying
   t.sys().FailAll(false);
   std::vector<uint8_t> bigger(300000, 2);
-  EXPECT_TRUE(s->WriteBlock(bigger.data(), 0LL, bigger.size()));
-  EXPECT_TRUE(s->ReadBlock(b, 299996LL, 4));
-  EXPECT_EQ(b[3], 2);
+  EXPECT_TRUE(s->WriteBlock(bigger.data(), 0LL, bigger.size()) && s->ReadBlock(b, 299996LL, 4) && b[3] == 2);
   s->Release();
   EXPECT_EQ(t.live_blocks(), 0u);
 }
