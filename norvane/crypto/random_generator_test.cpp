@@ -6,11 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "norvane/crypto/sha.h"
+#include "norvane/crypto/cavp_test_util.h"
 #include "norvane/runtime/random.h"
 #include "tests/support/test_mgr.h"
 
 namespace {
+
+using cavptest::FromHex;
 
 struct GeneratorVector {
   const char* seed_hex;
@@ -21,12 +23,6 @@ struct GeneratorVector {
 const GeneratorVector kVectors[] = {
 #include "norvane/crypto/random_generator_vectors.inc"
 };
-
-std::vector<uint8_t> FromHex(const char* hex) {
-  std::vector<uint8_t> out;
-  for (; hex[0] && hex[1]; hex += 2) out.push_back(static_cast<uint8_t>(std::stoi(std::string(hex, 2), nullptr, 16)));
-  return out;
-}
 
 uint32_t TwisterSeedOf(const KDPKI_RandomGenerator& g) {
   return static_cast<const KD_MTRandomRec*>(g.m_hRandom)->state[0];
