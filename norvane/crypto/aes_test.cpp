@@ -123,9 +123,8 @@ TEST(Aes, PublishedMonteCarlo) {
   }
 }
 
-// Chaining carries over between calls (pieces of 1, 7, 8 and 21 blocks: the hardware decrypts
-// eight at a time); in place works; 17 bytes read and write two whole blocks; 0 and negative
-// sizes touch nothing.
+// Chaining carries over between calls (the hardware decrypts eight blocks at a time), in place
+// too; 17 bytes move two whole blocks; 0 and negative sizes touch nothing.
 TEST(Aes, ChainingAcrossCalls) {
   std::mt19937 rng(11);
   for (Kernel k : Kernels()) {

@@ -237,8 +237,7 @@ TEST(Montgomery, DoubleExponentiation) {
 }
 
 // The two-at-once path for the halves of 2048-bit keys (where the processor has it) gives GMP's
-// powers: moduli of 993 to 1024 bits, all-ones ones, bases 0, 1 and m - 1, exponents of 0 bits to
-// longer than the modulus. It stands aside for other sizes, even moduli and the portable kernels.
+// powers at the edges of its range; it stands aside for other sizes, even moduli, other kernels.
 TEST(Montgomery, PairExponentiation) {
   std::mt19937_64 rng(17);
   const bool available = (KDCRT_GetCpuFeatures() & KDCRT_CPU_AVX512IFMA) != 0;

@@ -216,9 +216,8 @@ TEST(Primality, JacobiAndLucasAgainstGmp) {
   EXPECT_EQ(KDPKI_Jacobi(H(5u), -H(7u)), 0);
 }
 
-// The sieve over several windows against a gcd with the product of the table primes that do not
-// divide the step (those strike nothing); small values keep the table primes themselves; one
-// prime beyond the table struck by hand; empty progressions.
+// The sieve over several windows against a gcd with the product of the table primes not dividing
+// the step; table primes themselves are kept; empty progressions.
 TEST(PrimeSieve, WindowsAgainstGmp) {
   const char* cases[][3] = {{"1", "2", "70000"},
                             {"3", "6", "70000"},

@@ -28,10 +28,8 @@ uint32_t TwisterSeedOf(const KDPKI_RandomGenerator& g) {
   return static_cast<const KD_MTRandomRec*>(g.m_hRandom)->state[0];
 }
 
-// Seeded streams against the independent computation, by bytes and by blocks, the same for two
-// generators of one seed; the 21st byte is mixed with digest byte 0 again; a null seed is the
-// empty seed; empty blocks draw nothing; a position set past the digest wraps instead of reading
-// beyond it.
+// Seeded streams against the independent computation, by bytes and by blocks; the 21st byte is
+// mixed with digest byte 0 again; a position set past the digest wraps instead of reading beyond.
 TEST(RandomGenerator, SeededStreams) {
   for (const GeneratorVector& v : kVectors) {
     const std::vector<uint8_t> seed = FromHex(v.seed_hex), expected = FromHex(v.bytes_hex);
