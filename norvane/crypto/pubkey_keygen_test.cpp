@@ -152,12 +152,13 @@ TEST(DsaKeygen, FixedSeedsGiveStableCorrectKeys) {
   const std::pair<const char*, const char*> cases[] = {
       {"dsa-seed-1", "73e73a3fcbe655acb5aa4ee8117142db00ed337264e160dca8ca91e94675e0b0"},
       {"dsa-seed-2", "b3fc36be0500cc8f4670684cf5506c937ca6957b8a172ad5c080f563e4f41aff"}};
-  for (const auto& [seed, digest] : cases) {
+  for (const auto& c : cases) {
+    const char* seed = c.first;
     SCOPED_TRACE(seed);
     CKD_ByteString pub, priv;
-    MakeStable([&](const char* unused, CKD_ByteString& a, CKD_ByteString& b) {
+    MakeStable([seed](const char* unused, CKD_ByteString& a, CKD_ByteString& b) {
       return KDPKI_CreateDsaKey(seed, unused, a, b);
-    }, digest, pub, priv);
+    }, c.second, pub, priv);
     const std::vector<Bytes> v = pktest::Unblob(pktest::ToBytes(priv));
     ASSERT_EQ(v.size(), 5u);
     EXPECT_EQ(pktest::ToBytes(pub), pktest::Blob({v[0], v[1], v[2], v[3]}));
