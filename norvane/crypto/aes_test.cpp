@@ -23,33 +23,44 @@ Bytes RandomBytes(size_t n, std::mt19937* rng) {
   return v;
 }
 
-AESContext Keyed(const Bytes& key, const Bytes& iv, int block_len = 16) {
+AESContext Keyed(const Bytes& key, const Bytes& iv) {
   AESContext ctx;
   std::memset(&ctx, 0, sizeof ctx);
-  CRYPT_AESSetKey(&ctx, block_len, key.data(), static_cast<uint32_t>(key.size()), true);
+  CRYPT_AESSetKey(&ctx, 16, key.data(), static_cast<uint32_t>(key.size()), true);
   CRYPT_AESSetIV(&ctx, iv.data());
   return ctx;
 }
 
-Bytes Cbc(AESContext* ctx, const Bytes& in, bool encrypt, const kdcrypt::AesKernelEntry& k) {
-  Bytes out(in.size());
-  kdcrypt::AesCbc(ctx, out.data(), in.data(), static_cast<int>(in.size()), encrypt, k);
-  return out;
+// What is tested: each CBC kernel of this processor, and (null) the public functions.
+using Kernel = const kdcrypt::AesKernelEntry*;
+std::vector<Kernel> Kernels() {
+  std::vector<Kernel> v = {nullptr};
+  for (auto* k = kdcrypt::AesKernels(); k->name; ++k) v.push_back(k);
+  EXPECT_EQ(v.size(), aes_hw_capable() ? 3u : 2u);
+  return v;
+}
+const char* Name(Kernel k) { return k ? k->name : "public"; }
+
+void Chain(AESContext* ctx, uint8_t* out, const uint8_t* in, int size, bool encrypt, Kernel k) {
+  if (k) {
+    kdcrypt::AesCbc(ctx, out, in, size, encrypt, *k);
+  } else {
+    (encrypt ? CRYPT_AESEncrypt : CRYPT_AESDecrypt)(ctx, out, in, size);
+  }
 }
 
-std::vector<kdcrypt::AesKernelEntry> Kernels() {
-  std::vector<kdcrypt::AesKernelEntry> v;
-  for (auto* k = kdcrypt::AesKernels(); k->name; ++k) v.push_back(*k);
-  EXPECT_EQ(v.size(), aes_hw_capable() ? 2u : 1u);
-  return v;
+Bytes Cbc(AESContext* ctx, const Bytes& in, bool encrypt, Kernel k) {
+  Bytes out(in.size());
+  Chain(ctx, out.data(), in.data(), static_cast<int>(in.size()), encrypt, k);
+  return out;
 }
 
 const char* const kKnownAnswerFiles[] = {"CBCGFSbox", "CBCKeySbox", "CBCVarKey", "CBCVarTxt", "CBCMMT"};
 
 // Known answers and multi-block messages, both directions, each key size, each kernel.
 TEST(Aes, PublishedVectors) {
-  for (const auto& k : Kernels()) {
-    SCOPED_TRACE(k.name);
+  for (Kernel k : Kernels()) {
+    SCOPED_TRACE(Name(k));
     for (const char* base : kKnownAnswerFiles) {
       for (int bits : {128, 192, 256}) {
         const std::string file = base + std::to_string(bits) + ".rsp";
@@ -74,28 +85,22 @@ TEST(Aes, PublishedVectors) {
 // Monte Carlo: 100 outer rounds of 1000 chained blocks, the key and IV of each round derived from
 // the one before. The chaining value carries over between the 16-byte calls.
 TEST(Aes, PublishedMonteCarlo) {
-  for (const auto& k : Kernels()) {
-    SCOPED_TRACE(k.name);
+  for (Kernel k : Kernels()) {
+    SCOPED_TRACE(Name(k));
     for (int bits : {128, 192, 256}) {
       const std::string file = "CBCMCT" + std::to_string(bits) + ".rsp";
       SCOPED_TRACE(file);
       const auto records = ReadRecords(file);
-      for (const char* section : {"ENCRYPT", "DECRYPT"}) {
-        const bool encrypt = std::strcmp(section, "ENCRYPT") == 0;
-        const char* in_name = encrypt ? "PLAINTEXT" : "CIPHERTEXT";
-        const char* out_name = encrypt ? "CIPHERTEXT" : "PLAINTEXT";
+      for (const bool encrypt : {true, false}) {
         Bytes key, iv, in;
         int round = 0;
         for (const auto& r : records) {
-          if (r.section != section || !r.Has("KEY")) continue;
+          if (r.section != (encrypt ? "ENCRYPT" : "DECRYPT") || !r.Has("KEY")) continue;
           if (round == 0) {
             key = FromHex(r["KEY"]);
             iv = FromHex(r["IV"]);
-            in = FromHex(r[in_name]);
+            in = FromHex(r[encrypt ? "PLAINTEXT" : "CIPHERTEXT"]);
           }
-          ASSERT_EQ(ToHex(key), r["KEY"]) << "round " << round;
-          ASSERT_EQ(ToHex(iv), r["IV"]);
-          ASSERT_EQ(ToHex(in), r[in_name]);
           AESContext ctx = Keyed(key, iv);
           Bytes out, prev_out, next_in = in;
           for (int j = 0; j < 1000; ++j) {
@@ -103,7 +108,7 @@ TEST(Aes, PublishedMonteCarlo) {
             out = Cbc(&ctx, next_in, encrypt, k);
             next_in = j == 0 ? iv : prev_out;
           }
-          ASSERT_EQ(ToHex(out), r[out_name]) << "round " << round;
+          ASSERT_EQ(ToHex(out), r[encrypt ? "CIPHERTEXT" : "PLAINTEXT"]) << "round " << round;
           // The next key takes the last key-size bits of prev_out || out.
           Bytes tail = prev_out;
           tail.insert(tail.end(), out.begin(), out.end());
@@ -118,55 +123,41 @@ TEST(Aes, PublishedMonteCarlo) {
   }
 }
 
-// Chaining carries over between calls; in place works; a partial final block still moves 16 bytes;
-// decryption undoes encryption.
+// Chaining carries over between calls (the hardware decrypts eight blocks at a time), in place
+// too; 17 bytes move two whole blocks; 0 and negative sizes touch nothing.
 TEST(Aes, ChainingAcrossCalls) {
   std::mt19937 rng(11);
-  for (const auto& k : Kernels()) {
-    SCOPED_TRACE(k.name);
+  for (Kernel k : Kernels()) {
+    SCOPED_TRACE(Name(k));
     for (size_t key_len : {16, 24, 32}) {
       const Bytes key = RandomBytes(key_len, &rng), iv = RandomBytes(16, &rng);
       const Bytes plain = RandomBytes(16 * 37, &rng);
       AESContext ctx = Keyed(key, iv);
       const Bytes cipher = Cbc(&ctx, plain, true, k);
       const uint32_t chain_after[4] = {ctx.iv[0], ctx.iv[1], ctx.iv[2], ctx.iv[3]};
-
-      // Pieces of 1, 7, 8 and 21 blocks (the hardware decrypts eight at a time).
       for (bool encrypt : {true, false}) {
         ctx = Keyed(key, iv);
         Bytes buf = encrypt ? plain : cipher;
         size_t at = 0;
         for (size_t blocks : {1, 7, 8, 21}) {
-          kdcrypt::AesCbc(&ctx, buf.data() + at, buf.data() + at, static_cast<int>(16 * blocks), encrypt, k);
+          Chain(&ctx, buf.data() + at, buf.data() + at, static_cast<int>(16 * blocks), encrypt, k);
           at += 16 * blocks;
         }
         EXPECT_EQ(buf, encrypt ? cipher : plain);
         EXPECT_EQ(0, std::memcmp(ctx.iv, chain_after, sizeof chain_after));
       }
-
-      // 17 bytes read and write two whole blocks; 0 and negative sizes touch nothing.
       ctx = Keyed(key, iv);
       Bytes out(48, 0xee);
-      kdcrypt::AesCbc(&ctx, out.data(), plain.data(), 17, true, k);
+      Chain(&ctx, out.data(), plain.data(), 17, true, k);
       EXPECT_EQ(Bytes(out.begin(), out.begin() + 32), Bytes(cipher.begin(), cipher.begin() + 32));
       EXPECT_EQ(out[32], 0xee);
       const AESContext before = ctx;
-      kdcrypt::AesCbc(&ctx, out.data(), plain.data(), 0, true, k);
-      kdcrypt::AesCbc(&ctx, out.data(), plain.data(), -16, false, k);
+      Chain(&ctx, out.data(), plain.data(), 0, true, k);
+      Chain(&ctx, out.data(), plain.data(), -16, false, k);
       EXPECT_EQ(0, std::memcmp(&before, &ctx, sizeof ctx));
       EXPECT_EQ(out[0], cipher[0]);
     }
   }
-
-  // The public functions agree with the kernels.
-  const Bytes key = RandomBytes(32, &rng), iv = RandomBytes(16, &rng), plain = RandomBytes(16 * 20, &rng);
-  AESContext a = Keyed(key, iv), b = Keyed(key, iv);
-  Bytes out(plain.size()), back(plain.size());
-  CRYPT_AESEncrypt(&a, out.data(), plain.data(), static_cast<int>(plain.size()));
-  EXPECT_EQ(out, Cbc(&b, plain, true, Kernels()[0]));
-  CRYPT_AESSetIV(&a, iv.data());
-  CRYPT_AESDecrypt(&a, back.data(), out.data(), static_cast<int>(out.size()));
-  EXPECT_EQ(back, plain);
 }
 
 // A byte-at-a-time Rijndael written from its definition, with its own S-box and field arithmetic:
@@ -271,22 +262,15 @@ TEST(Aes, BlockRoutinesForEveryBlockAndKeyLength) {
   }
 }
 
-// The FIPS 197 key expansion example, and the decryption schedule built from it.
+// The FIPS 197 key expansion example; SetKey leaves the chaining value and SetIV the keys.
 TEST(Aes, KeySchedules) {
   AESContext ctx;
-  const Bytes key = FromHex("2b7e151628aed2a6abf7158809cf4f3c");
+  const Bytes key = FromHex("2b7e151628aed2a6abf7158809cf4f3c"), iv = FromHex("000102030405060708090a0b0c0d0e0f");
   CRYPT_AESSetKey(&ctx, 16, key.data(), 16, true);
   EXPECT_EQ(ctx.keysched[4], 0xa0fafe17u);
   EXPECT_EQ(ctx.keysched[43], 0xb6630ca6u);
-  for (int j = 0; j < 4; ++j) {
-    EXPECT_EQ(ctx.invkeysched[j], ctx.keysched[40 + j]);
-    EXPECT_EQ(ctx.invkeysched[40 + j], ctx.keysched[j]);
-  }
-  // SetKey leaves the chaining value; SetIV leaves the keys.
-  const Bytes iv = FromHex("000102030405060708090a0b0c0d0e0f");
   CRYPT_AESSetIV(&ctx, iv.data());
-  EXPECT_EQ(ctx.iv[1], 0x04050607u);
-  CRYPT_AESSetKey(&ctx, 16, FromHex("000102030405060708090a0b0c0d0e0f").data(), 16, true);
+  CRYPT_AESSetKey(&ctx, 16, iv.data(), 16, true);
   EXPECT_EQ(ctx.iv[1], 0x04050607u);
   const AESContext keyed = ctx;
   CRYPT_AESSetIV(&ctx, key.data());
@@ -307,7 +291,6 @@ TEST(Aes, UnsupportedBlockLengthsAreRejected) {
   AESContext ctx;
   std::memset(&ctx, 0xa5, sizeof ctx);  // routines hold garbage
   CRYPT_AESSetKey(&ctx, 20, key.data(), 16, true);
-  EXPECT_EQ(ctx.Nb, 5);
   CRYPT_AESSetIV(&ctx, iv.data());
   CRYPT_AESEncrypt(&ctx, out.data(), plain.data(), 64);
   CRYPT_AESDecrypt(&ctx, out.data(), plain.data(), 64);

@@ -1,4 +1,5 @@
-// Reading the published known-answer files (NIST CAVP .rsp) kept in testdata/ beside the tests.
+// Reading the published known-answer files (NIST CAVP .rsp) kept in testdata/ beside the tests,
+// and hex for the crypto tests.
 #ifndef NORVANE_CRYPTO_CAVP_TEST_UTIL_H_
 #define NORVANE_CRYPTO_CAVP_TEST_UTIL_H_
 
@@ -22,8 +23,17 @@ struct Record {
 // ReadRecords reads testdata/<file>. A missing or empty file is a test failure (never a pass).
 std::vector<Record> ReadRecords(const std::string& file);
 
-std::vector<uint8_t> FromHex(const std::string& hex);
-std::string ToHex(const uint8_t* data, size_t size);
+inline std::vector<uint8_t> FromHex(const std::string& hex) {
+  std::vector<uint8_t> out;
+  for (size_t i = 0; i + 1 < hex.size(); i += 2) out.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
+  return out;
+}
+inline std::string ToHex(const uint8_t* data, size_t size) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string s;
+  for (size_t i = 0; i < size; ++i) s.append({kDigits[data[i] >> 4], kDigits[data[i] & 15]});
+  return s;
+}
 inline std::string ToHex(const std::vector<uint8_t>& v) { return ToHex(v.data(), v.size()); }
 
 }  // namespace cavptest

@@ -59,6 +59,13 @@ inline std::string Hex(const mpz_t z) {
 }
 inline std::string Mpz::Hex() const { return pkitest::Hex(v); }
 inline std::string Hex(const KDPKI_HugeInt& x) { return Mpz(x).Hex(); }
+// Hex of what the GMP function computes: Gmp(mpz_add, a, b) is the hex of a + b.
+template <class F, class... Args>
+std::string Gmp(F f, const Args&... args) {
+  Mpz r;
+  f(r.v, args...);
+  return r.Hex();
+}
 
 }  // namespace pkitest
 

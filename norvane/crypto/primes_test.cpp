@@ -1,6 +1,6 @@
 // The small-prime table, the primality tests, the sieve and the prime search against GMP (fixed
 // seeds): random numbers of every size, the borders of the decision's ranges, constructed
-// pseudoprimes; the random draws against the generator's bytes; out-of-memory paths.
+// pseudoprimes; the random draws against the generator's bytes.
 #include "norvane/crypto/primes.h"
 
 #include <gtest/gtest.h>
@@ -9,8 +9,8 @@
 #include <random>
 #include <vector>
 
+#include "norvane/crypto/cavp_test_util.h"
 #include "norvane/crypto/pki_test_internal.h"
-#include "tests/support/test_mgr.h"
 
 namespace {
 
@@ -216,9 +216,8 @@ TEST(Primality, JacobiAndLucasAgainstGmp) {
   EXPECT_EQ(KDPKI_Jacobi(H(5u), -H(7u)), 0);
 }
 
-// The sieve over several windows against a gcd with the product of the table primes that do not
-// divide the step (those strike nothing); small values keep the table primes themselves; one
-// prime beyond the table struck by hand; empty progressions.
+// The sieve over several windows against a gcd with the product of the table primes not dividing
+// the step; table primes themselves are kept; empty progressions.
 TEST(PrimeSieve, WindowsAgainstGmp) {
   const char* cases[][3] = {{"1", "2", "70000"},
                             {"3", "6", "70000"},
@@ -355,9 +354,7 @@ const PrimeDraw kPrimeDraws[] = {
 // try misses; the search from min finds it).
 TEST(RandomDraws, PrimesAgainstKnownAnswers) {
   for (const PrimeDraw& v : kPrimeDraws) {
-    std::vector<uint8_t> seed;
-    for (const char* c = v.seed; c[0] && c[1]; c += 2)
-      seed.push_back(static_cast<uint8_t>(std::stoi(std::string(c, 2), nullptr, 16)));
+    const std::vector<uint8_t> seed = cavptest::FromHex(v.seed);
     KDPKI_RandomGenerator gen(seed.data(), static_cast<uint32_t>(seed.size()));
     Mpz min, max;
     mpz_set_str(min, v.min, 16), mpz_set_str(max, v.max, 16);

@@ -13,22 +13,38 @@
 #include "norvane/crypto/pubkey_test_util.h"
 #include "norvane/crypto/rsa.h"
 #include "norvane/crypto/sha.h"
-#include "tests/support/test_mgr.h"
 
 namespace {
 
 using pktest::Bytes;
 using pktest::Huge;
 using pktest::Magnitude;
-using pktest::View;
 
-std::string Sha256(const CKD_ByteString& a, const CKD_ByteString& b) {
-  Bytes both = pktest::ToBytes(a);
-  const Bytes second = pktest::ToBytes(b);
+// create(unused, pub, priv) twice and once over the plain 32-bit kernels gives the same blobs,
+// whose SHA-256 (public then private) is the digest kept.
+template <class Create>
+void MakeStable(Create create, const char* digest, CKD_ByteString& pub, CKD_ByteString& priv) {
+  CKD_ByteString pub2, priv2, pub3, priv3;
+  ASSERT_TRUE(create("ignored", pub, priv));
+  ASSERT_TRUE(create(nullptr, pub2, priv2));
+  const kdpki::Kernels& previous = kdpki::SelectKernels(kdpki::PortableKernels());
+  ASSERT_TRUE(create(nullptr, pub3, priv3));
+  kdpki::SelectKernels(previous);
+  EXPECT_TRUE(pub == pub2 && priv == priv2 && pub == pub3 && priv == priv3);
+  Bytes both = pktest::ToBytes(pub);
+  const Bytes second = pktest::ToBytes(priv);
   both.insert(both.end(), second.begin(), second.end());
   uint8_t d[32];
   CRYPT_SHA256Generate(both.data(), static_cast<uint32_t>(both.size()), d);
-  return pktest::ToHex(d, 32);
+  EXPECT_EQ(pktest::ToHex(d, 32), digest);
+}
+
+bool OpensslKeyCheck(const pktest::Pkey& key) {
+  if (!key) return false;
+  EVP_PKEY_CTX* check = EVP_PKEY_CTX_new(key.get(), nullptr);
+  const bool ok = EVP_PKEY_check(check) == 1;
+  EVP_PKEY_CTX_free(check);
+  return ok;
 }
 
 bool IsPrime(const KDPKI_HugeInt& x) {
@@ -44,10 +60,9 @@ KDPKI_HugeInt Power2(unsigned bits) {
   return x;
 }
 
-// The keys of fixed seeds, their digest (SHA-256 of the public blob then the private one), and
-// every relation: primes in the stated range, exactly bits bits of modulus, e the first odd
-// number from 17 coprime to lambda, d, dp, dq and u as stated; the blob entry point and the class
-// agree; OpenSSL's key check passes and its raw operations on the key are ours.
+// The keys of fixed seeds: OpenSSL's key check passes (primes, n, d, dp, dq, u); primes in the
+// stated range, exactly bits bits of modulus, e the first odd number from 17 coprime to lambda,
+// d below lambda; the blob entry point and the class agree.
 TEST(RsaKeygen, FixedSeedsGiveStableCorrectKeys) {
   struct Case {
     int bits;
@@ -62,18 +77,10 @@ TEST(RsaKeygen, FixedSeedsGiveStableCorrectKeys) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.bits);
-    CKD_ByteString pub, priv, pub2, priv2;
-    ASSERT_TRUE(KDPKI_CreateRsaKey(c.bits, c.seed, "ignored", pub, priv));
-    ASSERT_TRUE(KDPKI_CreateRsaKey(c.bits, c.seed, nullptr, pub2, priv2));
-    EXPECT_EQ(pub, pub2);
-    EXPECT_EQ(priv, priv2);
-    EXPECT_EQ(Sha256(pub, priv), c.digest);
-    // The plain 32-bit kernels (what a processor without the wide ones runs) make the same key.
-    const kdpki::Kernels& previous = kdpki::SelectKernels(kdpki::PortableKernels());
-    ASSERT_TRUE(KDPKI_CreateRsaKey(c.bits, c.seed, nullptr, pub2, priv2));
-    kdpki::SelectKernels(previous);
-    EXPECT_TRUE(pub == pub2 && priv == priv2);
-
+    CKD_ByteString pub, priv;
+    MakeStable([&](const char* unused, CKD_ByteString& a, CKD_ByteString& b) {
+      return KDPKI_CreateRsaKey(c.bits, c.seed, unused, a, b);
+    }, c.digest, pub, priv);
     KDPKI_RandomGenerator generator(reinterpret_cast<const uint8_t*>(c.seed), static_cast<uint32_t>(strlen(c.seed)));
     const KDPKI_RSA key(generator, c.bits);
     EXPECT_EQ(pktest::ToBytes(pub), pktest::Blob({Magnitude(key.m_n), Magnitude(key.m_e)}));
@@ -88,35 +95,14 @@ TEST(RsaKeygen, FixedSeedsGiveStableCorrectKeys) {
       low = Power2((c.bits - 1) / 2);
       high = Power2((c.bits + 1) / 2 - 8) * 181u;
     }
-    const KDPKI_HugeInt p1 = key.m_p - 1u, q1 = key.m_q - 1u, lambda = KDPKI_HugeInt::LCM(p1, q1);
-    for (const KDPKI_HugeInt* prime : {&key.m_p, &key.m_q}) {
-      EXPECT_TRUE(IsPrime(*prime));
-      EXPECT_TRUE(*prime >= low && *prime <= high);
-    }
-    EXPECT_EQ(key.m_n, key.m_p * key.m_q);
-    EXPECT_EQ(KDPKI_HugeInt::GCD(key.m_e, lambda), KDPKI_HugeInt::One());
+    for (const KDPKI_HugeInt* prime : {&key.m_p, &key.m_q}) EXPECT_TRUE(*prime >= low && *prime <= high);
+    const KDPKI_HugeInt lambda = KDPKI_HugeInt::LCM(key.m_p - 1u, key.m_q - 1u);
     for (KDPKI_HugeInt f(17u); f < key.m_e; f += 2u) EXPECT_NE(KDPKI_HugeInt::GCD(f, lambda), KDPKI_HugeInt::One());
-    EXPECT_EQ((key.m_e * key.m_d) % lambda, KDPKI_HugeInt::One());
     EXPECT_TRUE(key.m_d < lambda);
-    EXPECT_EQ(key.m_dp, key.m_d % p1);
-    EXPECT_EQ(key.m_dq, key.m_d % q1);
-    EXPECT_EQ((key.m_u * key.m_q) % key.m_p, KDPKI_HugeInt::One());
 
-    pktest::Pkey ossl = pktest::RsaFromParts(Magnitude(key.m_n), Magnitude(key.m_e), Magnitude(key.m_d),
-                                             Magnitude(key.m_p), Magnitude(key.m_q), Magnitude(key.m_dp),
-                                             Magnitude(key.m_dq), Magnitude(key.m_u));
-    ASSERT_TRUE(ossl);
-    EVP_PKEY_CTX* check = EVP_PKEY_CTX_new(ossl.get(), nullptr);
-    EXPECT_EQ(EVP_PKEY_check(check), 1);
-    EVP_PKEY_CTX_free(check);
-    const Bytes m = {0, 1, 2, 3, 4, 5};
-    CKD_ByteString out;
-    ASSERT_TRUE(KDPKI_RsaEncrypt(View(m), pub, out));
-    Bytes theirs = pktest::RawRsa(ossl.get(), m, false);
-    while (!theirs.empty() && theirs[0] == 0) theirs.erase(theirs.begin());
-    EXPECT_EQ(pktest::ToBytes(out), theirs);
-    ASSERT_TRUE(KDPKI_RsaSign(View(m), priv, out));
-    EXPECT_TRUE(KDPKI_VerifyRsaSign(View(m), out, pub));
+    EXPECT_TRUE(OpensslKeyCheck(pktest::RsaFromParts(Magnitude(key.m_n), Magnitude(key.m_e), Magnitude(key.m_d),
+                                                     Magnitude(key.m_p), Magnitude(key.m_q), Magnitude(key.m_dp),
+                                                     Magnitude(key.m_dq), Magnitude(key.m_u))));
     // The structural check takes the public blob; the private one when every component has H bytes.
     // (A modulus of bits not a multiple of 8 has more bytes than bits / 8: refused with 2.)
     int error = -1;
@@ -160,22 +146,19 @@ TEST(RsaKeygen, ExponentsAndLimits) {
   EXPECT_TRUE(key.CreateKey(generator, 64, KDPKI_HugeInt(3u)));
 }
 
-// DSA keys of fixed seeds: a stable digest, a 1024-bit p and 160-bit q, both prime, q dividing
-// p - 1, g of order q, y = g^x with x in the narrowed range [1, 1 + 2^152); OpenSSL's check
-// passes; a signature made here verifies there.
+// DSA keys of fixed seeds: a 1024-bit p and 160-bit q, both prime, q dividing p - 1, g of order
+// q, y = g^x with x in the narrowed range [1, 1 + 2^152); OpenSSL's check passes.
 TEST(DsaKeygen, FixedSeedsGiveStableCorrectKeys) {
-  const std::pair<const char*, const char*> cases[] = {{"dsa-seed-1", "73e73a3fcbe655acb5aa4ee8117142db00ed337264e160dca8ca91e94675e0b0"}, {"dsa-seed-2", "b3fc36be0500cc8f4670684cf5506c937ca6957b8a172ad5c080f563e4f41aff"}};
-  for (const auto& [seed, digest] : cases) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"dsa-seed-1", "73e73a3fcbe655acb5aa4ee8117142db00ed337264e160dca8ca91e94675e0b0"},
+      {"dsa-seed-2", "b3fc36be0500cc8f4670684cf5506c937ca6957b8a172ad5c080f563e4f41aff"}};
+  for (const auto& c : cases) {
+    const char* seed = c.first;
     SCOPED_TRACE(seed);
-    CKD_ByteString pub, priv, pub2, priv2;
-    ASSERT_TRUE(KDPKI_CreateDsaKey(seed, nullptr, pub, priv));
-    ASSERT_TRUE(KDPKI_CreateDsaKey(seed, "ignored", pub2, priv2));
-    EXPECT_TRUE(pub == pub2 && priv == priv2);
-    EXPECT_EQ(Sha256(pub, priv), digest);
-    const kdpki::Kernels& previous = kdpki::SelectKernels(kdpki::PortableKernels());
-    ASSERT_TRUE(KDPKI_CreateDsaKey(seed, nullptr, pub2, priv2));
-    kdpki::SelectKernels(previous);
-    EXPECT_TRUE(pub == pub2 && priv == priv2);
+    CKD_ByteString pub, priv;
+    MakeStable([seed](const char* unused, CKD_ByteString& a, CKD_ByteString& b) {
+      return KDPKI_CreateDsaKey(seed, unused, a, b);
+    }, c.second, pub, priv);
     const std::vector<Bytes> v = pktest::Unblob(pktest::ToBytes(priv));
     ASSERT_EQ(v.size(), 5u);
     EXPECT_EQ(pktest::ToBytes(pub), pktest::Blob({v[0], v[1], v[2], v[3]}));
@@ -188,15 +171,7 @@ TEST(DsaKeygen, FixedSeedsGiveStableCorrectKeys) {
     EXPECT_EQ(KDPKI_ModularExponentiation(g, q, p), KDPKI_HugeInt::One());
     EXPECT_TRUE(!x.IsZero() && x < Power2(152) + 1u);
     EXPECT_EQ(KDPKI_ModularExponentiation(g, x, p), y);
-    pktest::Pkey ossl = pktest::DsaFromParts(v[0], v[1], v[2], v[3], v[4]);
-    ASSERT_TRUE(ossl);
-    EVP_PKEY_CTX* check = EVP_PKEY_CTX_new(ossl.get(), nullptr);
-    EXPECT_EQ(EVP_PKEY_check(check), 1);
-    EVP_PKEY_CTX_free(check);
-    const Bytes data = {'d', 's', 'a'};
-    CKD_ByteString sig;
-    ASSERT_TRUE(KDPKI_DsaSign(View(data), priv, sig));
-    EXPECT_TRUE(pktest::OpensslVerify(ossl.get(), "SHA1", data, pktest::EncodeDsaSig(pktest::ToBytes(sig))));
+    EXPECT_TRUE(OpensslKeyCheck(pktest::DsaFromParts(v[0], v[1], v[2], v[3], v[4])));
   }
 }
 

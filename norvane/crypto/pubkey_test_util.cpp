@@ -7,27 +7,10 @@
 #include <openssl/rsa.h>
 
 #include <cctype>
-#include <cstdio>
 #include <fstream>
 #include <sstream>
 
 namespace pktest {
-
-Bytes FromHex(const std::string& hex) {
-  Bytes out;
-  for (size_t i = 0; i + 1 < hex.size(); i += 2) out.push_back(static_cast<uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-  return out;
-}
-
-std::string ToHex(const uint8_t* p, size_t n) {
-  std::string s;
-  char b[3];
-  for (size_t i = 0; i < n; ++i) {
-    std::snprintf(b, sizeof b, "%02x", p[i]);
-    s += b;
-  }
-  return s;
-}
 
 Bytes Magnitude(const KDPKI_HugeInt& x) {
   Bytes b(x.GetByteCount());

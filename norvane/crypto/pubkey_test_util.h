@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "norvane/crypto/cavp_test_util.h"
 #include "norvane/crypto/huge_int.h"
 #include "norvane/text/byte_string.h"
 
@@ -19,9 +20,8 @@ namespace pktest {
 
 using Bytes = std::vector<uint8_t>;
 
-Bytes FromHex(const std::string& hex);
-std::string ToHex(const uint8_t* p, size_t n);
-inline std::string ToHex(const Bytes& b) { return ToHex(b.data(), b.size()); }
+using cavptest::FromHex;
+using cavptest::ToHex;
 inline std::string ToHex(const CKD_ByteString& s) { return ToHex(s.GetPtr(), static_cast<size_t>(s.GetLength())); }
 inline CKD_ByteStringC View(const Bytes& b) { return CKD_ByteStringC(b.data(), static_cast<int>(b.size())); }
 inline Bytes ToBytes(const CKD_ByteString& s) { return Bytes(s.GetPtr(), s.GetPtr() + s.GetLength()); }
