@@ -52,10 +52,10 @@ struct StringKit<CKD_WideString> {
   static uint32_t Hash(const View& text, bool fold) { return KD_HashCode_String_GetW(text, fold); }
 };
 
-// T widens an ASCII (or, with explicit characters, any) text to the string's character type.
+// T widens an ASCII text to the string's character type.
 template <class S>
-typename StringKit<S>::Std T(const char* ascii, size_t len = std::string::npos) {
-  std::string s = len == std::string::npos ? std::string(ascii) : std::string(ascii, len);
+typename StringKit<S>::Std T(const char* ascii) {
+  const std::string s(ascii);
   return typename StringKit<S>::Std(s.begin(), s.end());
 }
 
