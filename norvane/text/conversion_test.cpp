@@ -6,7 +6,6 @@
 #include <iconv.h>
 
 #include <algorithm>
-#include <clocale>
 #include <random>
 #include <string>
 #include <tuple>
@@ -409,9 +408,7 @@ TEST(CharMap, Maps) {
   EXPECT_TRUE(w.IsEmpty());
 
   // The default map follows the process locale, whatever the code page.
-  const char* saved = setlocale(LC_CTYPE, nullptr);
-  std::string previous = saved ? saved : "C";
-  if (setlocale(LC_CTYPE, "C.UTF-8")) {
+  if (kdtest::CtypeLocale utf8("C.UTF-8"); utf8.ok()) {
     EXPECT_TRUE(CKD_WideString::FromLocal("h\xC3\xA9") == L"h\u00E9");
     EXPECT_TRUE(CKD_ByteString::FromUnicode(L"h\u00E9") == "h\xC3\xA9");
     EXPECT_TRUE(CKD_ByteString::FromUnicode(CKD_WideString(L"x\u20AC")) == "x\xE2\x82\xAC");
@@ -419,11 +416,10 @@ TEST(CharMap, Maps) {
     viaDefault.ConvertFrom(CKD_ByteString("\xC3\xA9"));
     EXPECT_TRUE(viaDefault == L"\u00E9");
   }
-  setlocale(LC_CTYPE, "C");
+  kdtest::CtypeLocale c("C");
   EXPECT_TRUE(CKD_WideString::FromLocal("abc", 2) == L"ab");
   EXPECT_TRUE(CKD_ByteString::FromUnicode(L"\u00E9").IsEmpty());  // not representable in "C"
   EXPECT_TRUE(CKD_ByteString::FromUnicode(nullptr).IsEmpty());
-  setlocale(LC_CTYPE, previous.c_str());
 
   kdtest::TestDefaultMgr t;
   CKD_WideString src(L"\u554A");

@@ -1,11 +1,12 @@
-// Helpers shared by the string tests: a fixture over a counting manager, one description per
-// string class, so that a test can be written once for byte and wide strings, and a look at a
-// string's record.
+// Helpers shared by the text tests: a fixture over a counting manager, one description per
+// string class, so that a test can be written once for byte and wide strings, a look at a
+// string's record, and a scoped LC_CTYPE.
 #ifndef NORVANE_TEXT_STRING_TEST_SUPPORT_H_
 #define NORVANE_TEXT_STRING_TEST_SUPPORT_H_
 
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <cstdint>
 #include <string>
 
@@ -87,6 +88,18 @@ template <class S>
 int Alloc(const S& s) {
   return Rec(s) ? Rec(s)->m_nAllocLength : 0;
 }
+
+// CtypeLocale switches LC_CTYPE for one scope; ok() is false when the locale is missing.
+class CtypeLocale {
+ public:
+  explicit CtypeLocale(const char* name) : previous_(setlocale(LC_CTYPE, nullptr)) { ok_ = setlocale(LC_CTYPE, name); }
+  ~CtypeLocale() { setlocale(LC_CTYPE, previous_.c_str()); }
+  bool ok() const { return ok_; }
+
+ private:
+  std::string previous_;
+  bool ok_;
+};
 
 // WellFormed checks what every string must keep: a terminator after the counted characters and
 // an allocation that holds them.
