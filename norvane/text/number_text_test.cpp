@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <charconv>
-#include <clocale>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -11,8 +10,8 @@
 #include <string>
 
 #include "norvane/text/string_l.h"
+#include "norvane/text/string_test_support.h"
 #include "norvane/text/text_buf.h"
-#include "tests/support/test_mgr.h"
 
 namespace {
 
@@ -117,15 +116,13 @@ TEST(NumberParse, WtofAndStrtof) {
   used = -1;
   EXPECT_EQ(KDSYS_strtof("5", 0, &used) + KDSYS_strtof(nullptr, 3, &used), 0.0f);
   EXPECT_EQ(used, -1);
-  const std::string previous = setlocale(LC_CTYPE, nullptr);
-  if (setlocale(LC_CTYPE, "C.UTF-8")) {
+  if (kdtest::CtypeLocale utf8("C.UTF-8"); utf8.ok()) {
     EXPECT_EQ(KDSYS_strtof("7\xC3\xA9", -1, &used), 7.0f);
     EXPECT_EQ(used, 1);
     used = -1;
     EXPECT_EQ(KDSYS_strtof("7\xFF", -1, &used), 0.0f);  // not text in the locale
     EXPECT_EQ(used, -1);
   }
-  setlocale(LC_CTYPE, previous.c_str());
 }
 
 TEST(NumberParse, AtonumAndAtofix32) {

@@ -1,11 +1,12 @@
-// Helpers shared by the string tests: a fixture over a counting manager, one description per
-// string class, so that a test can be written once for byte and wide strings, and a look at a
-// string's record.
+// Helpers shared by the text tests: a fixture over a counting manager, one description per
+// string class, so that a test can be written once for byte and wide strings, a look at a
+// string's record, and a scoped LC_CTYPE.
 #ifndef NORVANE_TEXT_STRING_TEST_SUPPORT_H_
 #define NORVANE_TEXT_STRING_TEST_SUPPORT_H_
 
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <cstdint>
 #include <string>
 
@@ -52,10 +53,10 @@ struct StringKit<CKD_WideString> {
   static uint32_t Hash(const View& text, bool fold) { return KD_HashCode_String_GetW(text, fold); }
 };
 
-// T widens an ASCII (or, with explicit characters, any) text to the string's character type.
+// T widens an ASCII text to the string's character type.
 template <class S>
-typename StringKit<S>::Std T(const char* ascii, size_t len = std::string::npos) {
-  std::string s = len == std::string::npos ? std::string(ascii) : std::string(ascii, len);
+typename StringKit<S>::Std T(const char* ascii) {
+  const std::string s(ascii);
   return typename StringKit<S>::Std(s.begin(), s.end());
 }
 
@@ -87,6 +88,18 @@ template <class S>
 int Alloc(const S& s) {
   return Rec(s) ? Rec(s)->m_nAllocLength : 0;
 }
+
+// CtypeLocale switches LC_CTYPE for one scope; ok() is false when the locale is missing.
+class CtypeLocale {
+ public:
+  explicit CtypeLocale(const char* name) : previous_(setlocale(LC_CTYPE, nullptr)) { ok_ = setlocale(LC_CTYPE, name); }
+  ~CtypeLocale() { setlocale(LC_CTYPE, previous_.c_str()); }
+  bool ok() const { return ok_; }
+
+ private:
+  std::string previous_;
+  bool ok_;
+};
 
 // WellFormed checks what every string must keep: a terminator after the counted characters and
 // an allocation that holds them.

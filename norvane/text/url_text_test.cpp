@@ -2,28 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cstring>
 #include <random>
 #include <string>
 
-#include "tests/support/test_mgr.h"
+#include "norvane/text/string_test_support.h"
 
 namespace {
 
-std::string Str(const CKD_ByteString& s) { return std::string(s.c_str(), static_cast<size_t>(s.GetLength())); }
-
-// Switches LC_CTYPE for one scope; ok() is false when the locale is missing.
-class CtypeLocale {
- public:
-  explicit CtypeLocale(const char* name) : previous_(setlocale(LC_CTYPE, nullptr)) { ok_ = setlocale(LC_CTYPE, name); }
-  ~CtypeLocale() { setlocale(LC_CTYPE, previous_.c_str()); }
-  bool ok() const { return ok_; }
-
- private:
-  std::string previous_;
-  bool ok_;
-};
+using kdtest::CtypeLocale;
+using kdtest::Std;
 
 TEST(UrlText, EncodeSetAndHex) {
   // Every ASCII character alone, through both encoders: escaped exactly when listed.
@@ -32,12 +20,12 @@ TEST(UrlText, EncodeSetAndHex) {
     char expected[4];
     const bool escaped = c <= 0x20 || listed.find(static_cast<char>(c)) != std::string::npos;
     snprintf(expected, sizeof expected, escaped ? "%%%02X" : "%c", static_cast<unsigned>(c));
-    EXPECT_EQ(Str(KD_UrlEncode(CKD_WideString(c))), expected) << static_cast<int>(c);
-    EXPECT_EQ(Str(KD_EncodeURI(CKD_WideString(c))), expected) << static_cast<int>(c);
+    EXPECT_EQ(Std(KD_UrlEncode(CKD_WideString(c))), expected) << static_cast<int>(c);
+    EXPECT_EQ(Std(KD_EncodeURI(CKD_WideString(c))), expected) << static_cast<int>(c);
   }
-  EXPECT_EQ(Str(KD_UrlEncode(L"a b")), "a%20b");
-  EXPECT_EQ(Str(KD_EncodeURI(L"\u00E9\U0001F600")), "%C3%A9%F0%9F%98%80");
-  EXPECT_EQ(Str(KD_EncodeURI(CKD_WideString(L"a\0b", 3))), "a%00b");
+  EXPECT_EQ(Std(KD_UrlEncode(L"a b")), "a%20b");
+  EXPECT_EQ(Std(KD_EncodeURI(L"\u00E9\U0001F600")), "%C3%A9%F0%9F%98%80");
+  EXPECT_EQ(Std(KD_EncodeURI(CKD_WideString(L"a\0b", 3))), "a%00b");
   EXPECT_TRUE(KD_EncodeURI(CKD_WideString()).IsEmpty());
   EXPECT_TRUE(KD_UrlEncode(CKD_WideString()).IsEmpty());
 }
@@ -64,13 +52,13 @@ TEST(UrlText, DecodeRules) {
 TEST(UrlText, LocaleForms) {
   {
     CtypeLocale c("C");
-    EXPECT_EQ(Str(KD_UrlEncode(L"a\u00E9b")), "ab");  // not representable: dropped
+    EXPECT_EQ(Std(KD_UrlEncode(L"a\u00E9b")), "ab");  // not representable: dropped
     EXPECT_TRUE(KD_UrlDecode("%C3%A9").IsEmpty());
-    EXPECT_EQ(Str(KD_UrlEncode(CKD_WideString(L"a\0b", 3))), "ab");  // U+0000 gives no bytes
+    EXPECT_EQ(Std(KD_UrlEncode(CKD_WideString(L"a\0b", 3))), "ab");  // U+0000 gives no bytes
   }
   CtypeLocale utf8("C.UTF-8");
   if (!utf8.ok()) GTEST_SKIP() << "no C.UTF-8 locale";
-  EXPECT_EQ(Str(KD_UrlEncode(L"\u00E9 \u20AC")), "%C3%A9%20%E2%82%AC");
+  EXPECT_EQ(Std(KD_UrlEncode(L"\u00E9 \u20AC")), "%C3%A9%20%E2%82%AC");
   EXPECT_TRUE(KD_UrlDecode("%C3%A9%20%E2%82%ac") == L"\u00E9 \u20AC");
 
   // Round trips: the URI forms for every code point the six-byte UTF-8 holds, the URL forms for
@@ -86,7 +74,7 @@ TEST(UrlText, LocaleForms) {
     CKD_WideString a(any.c_str(), static_cast<int>(any.size())), u(unicode.c_str(), static_cast<int>(unicode.size()));
     ASSERT_TRUE(KD_DecodeURI(KD_EncodeURI(a)) == a);
     ASSERT_TRUE(KD_UrlDecode(KD_UrlEncode(u)) == u);
-    ASSERT_EQ(Str(KD_UrlEncode(u)), Str(KD_EncodeURI(u)));  // UTF-8 is this locale's encoding
+    ASSERT_EQ(Std(KD_UrlEncode(u)), Std(KD_EncodeURI(u)));  // UTF-8 is this locale's encoding
   }
 }
 
@@ -105,7 +93,7 @@ TEST(UrlText, OutOfMemory) {
     for (long n = 1; n < 8; ++n) {
       t.sys().FailNth(n);
       CKD_ByteString r = KD_EncodeURI(text);
-      EXPECT_TRUE(r.IsEmpty() || Str(r) == "a%20b%20%C3%A9");
+      EXPECT_TRUE(r.IsEmpty() || Std(r) == "a%20b%20%C3%A9");
     }
     t.sys().Reset();
   }
